@@ -71,7 +71,8 @@ void free_record(void *block, int state) {
 // A prepared edit: its record allocated and armed, its room in the undo history reserved.
 // Preparing every record of a compound edit before applying any of them keeps a failure from
 // ever reaching the data (or sending a change note). A prepared edit that is never handed over
-// frees its record when it goes out of scope.
+// is dropped as an edit not in effect (its free step sees a non-zero state), so a record that
+// owns something it would have inserted frees it.
 template <class R>
 class Edit {
     static_assert(std::is_nothrow_destructible_v<R>);
@@ -80,7 +81,7 @@ class Edit {
     template <class... Args>
     explicit Edit(Args &&...args) : record_(create(std::forward<Args>(args)...)) {}
     ~Edit() {
-        if (record_ != nullptr) destroy(record_);
+        if (record_ != nullptr) edit_detail::free_record<R>(record_, 1);
     }
     Edit(const Edit &) = delete;
     Edit &operator=(const Edit &) = delete;
@@ -107,13 +108,15 @@ class Edit {
     static R *create(Args &&...args) {
         void *block = StdAlloc(sizeof(R));
         static_assert(std::is_nothrow_constructible_v<R, Args...> || std::is_aggregate_v<R>);
+        // Records list only the fields an edit sets; the rest start value-initialised.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
         return new (block) R{std::forward<Args>(args)...};
+#pragma GCC diagnostic pop
     }
-    static void destroy(R *record) noexcept {
-        record->~R();
-        FreeHeap(record, sizeof(R));
+    R *take() noexcept {
+        return std::exchange(record_, nullptr);
     }
-    R *take() noexcept { return std::exchange(record_, nullptr); }
 
     UndoSlot slot_;  // reserved first, so a failed record allocation releases it
     R *record_;

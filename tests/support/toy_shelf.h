@@ -192,11 +192,11 @@ inline void shelf_append_pair(Shelf &shelf, int first, int second) {
     UndoBlock block;
     auto *a = new ShelfItem{nullptr, nullptr, first};
     OnFailure drop_a([&] { delete a; });
+    Edit<ShelfLink> link_a(&shelf, a, shelf.tail, true);
+    drop_a.disarm();  // the prepared insertion owns the item now
     auto *b = new ShelfItem{nullptr, nullptr, second};
     OnFailure drop_b([&] { delete b; });
-    Edit<ShelfLink> link_a(&shelf, a, shelf.tail, true);
     Edit<ShelfLink> link_b(&shelf, b, a, true);
-    drop_a.disarm();
     drop_b.disarm();
     link_a.apply_then_record(0);
     link_b.apply_then_record(0);

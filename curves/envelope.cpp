@@ -1,0 +1,69 @@
+#include "curves/envelope.h"
+
+#include "foundation/memory.h"
+
+namespace vx::env {
+
+void reset_cache(Envelope &env) noexcept {
+    env.lookup_key = nullptr;
+    env.lookup_next = nullptr;
+}
+
+namespace {
+void changed(Envelope &env) noexcept {
+    reset_cache(env);
+    ++env.edits;
+}
+}  // namespace
+
+void insert_after(Envelope &env, EnvKey *after, EnvKey *key) noexcept {
+    EnvKey *before = after != nullptr ? after : head_node(env.keys);
+    EnvKey *next = link_of(before, kSucc);
+    key->pred = before;
+    key->succ = next;
+    set_link(next, kPred, key);
+    set_link(before, kSucc, key);
+    changed(env);
+}
+
+void append(Envelope &env, EnvKey *key) noexcept {
+    insert_after(env, last_key(env), key);
+}
+
+void insert_sorted(Envelope &env, EnvKey *key) noexcept {
+    EnvKey *after = last_key(env);
+    while (after != nullptr && after->time > key->time) after = prev_key(after);
+    insert_after(env, after, key);
+}
+
+void unlink(Envelope &env, EnvKey *key) noexcept {
+    set_link(key->pred, kSucc, key->succ);
+    set_link(key->succ, kPred, key->pred);
+    key->succ = nullptr;
+    key->pred = nullptr;
+    changed(env);
+}
+
+std::size_t key_count(const Envelope &env) noexcept {
+    std::size_t n = 0;
+    for (EnvKey *key = first_key(env); key != nullptr; key = next_key(key)) ++n;
+    return n;
+}
+
+void notify(Envelope &env, std::uint32_t code, EnvKey *key) noexcept {
+    if (env.port == nullptr) return;
+    EnvNote note{&env, key, kTimeLineStart, kTimeLineEnd};
+    vx::PortNotify(env.port, nullptr, code, &note);
+}
+
+EnvKey *new_key(double time) {
+    auto *key = static_cast<EnvKey *>(StdAlloc(sizeof(EnvKey)));
+    key->time = time;
+    return key;
+}
+
+void free_key(EnvKey *key) noexcept {
+    FreeHeap(key, sizeof(EnvKey));
+}
+
+}  // namespace vx::env

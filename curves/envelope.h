@@ -1,0 +1,116 @@
+// The envelope record and the primitives on its key list, shared by every envelope source.
+//
+// The key list keeps the public header layout (head, a null tail word, tail-predecessor), so
+// the header's own words act as the end nodes of the walk. Code here never dereferences the
+// header as a key: links are read and written through link_of/set_link, which touch only the
+// pointer-sized words that the header really has.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include <vexor/env.h>
+
+#include "foundation/port.h"
+#include "foundation/time.h"
+
+struct Envelope {
+    void *data;
+    Port *port;
+    std::uint32_t type;  // 0 float, 1 integer
+    std::uint32_t interpolation;
+    std::uint32_t pre_behavior;
+    std::uint32_t post_behavior;
+    EnvKeyList keys;
+    EnvKey *lookup_key;   // cache: the key found at or before the last time looked up
+    EnvKey *lookup_next;  // cache: the key after it
+    std::uint64_t edits;  // bumped by every structural change and key time change
+    // Lookup index beside the list (curves/env_index.cpp): the keys and their times in list
+    // order, valid while index_stamp == edits + 1 (0: never built). Owned by the envelope and
+    // released by vx::env::drop_index wherever the envelope is freed.
+    double *index_times;
+    EnvKey **index_keys;
+    std::size_t index_count;
+    std::size_t index_capacity;
+    std::uint64_t index_stamp;
+    std::uint64_t index_skipped;  // edits + 1 when no index is to be built at that count
+};
+
+namespace vx::env {
+
+inline constexpr double kTolerance = kTimeSameTolerance;
+inline constexpr std::uint32_t kTypeFloat = 0;
+inline constexpr std::uint32_t kTypeInt = 1;
+inline constexpr std::uint32_t kBrokenMask = 0xFFFF;
+inline constexpr std::uint32_t kSlopeTypeMask = 0xFF;
+
+// The link words of a list node, read and written as raw words so that the header's words
+// can end a walk without being taken for a key.
+inline EnvKey *link_of(const void *node, std::size_t word) noexcept {
+    EnvKey *link;
+    std::memcpy(&link, static_cast<const unsigned char *>(node) + word * sizeof(EnvKey *),
+                sizeof link);
+    return link;
+}
+inline void set_link(void *node, std::size_t word, EnvKey *link) noexcept {
+    std::memcpy(static_cast<unsigned char *>(node) + word * sizeof(EnvKey *), &link, sizeof link);
+}
+inline constexpr std::size_t kSucc = 0;
+inline constexpr std::size_t kPred = 1;
+
+// The header's end nodes, as addresses only.
+inline EnvKey *head_node(EnvKeyList &list) noexcept {
+    return reinterpret_cast<EnvKey *>(&list.head);
+}
+inline EnvKey *tail_node(EnvKeyList &list) noexcept {
+    return reinterpret_cast<EnvKey *>(&list.tail);
+}
+
+inline void list_init(EnvKeyList &list) noexcept {
+    list.head = tail_node(list);
+    list.tail = nullptr;
+    list.tailPred = head_node(list);
+}
+
+inline EnvKey *first_key(const Envelope &env) noexcept {
+    EnvKey *head = env.keys.head;
+    return link_of(head, kSucc) != nullptr ? head : nullptr;
+}
+inline EnvKey *last_key(const Envelope &env) noexcept {
+    EnvKey *last = env.keys.tailPred;
+    return link_of(last, kPred) != nullptr ? last : nullptr;
+}
+// The neighbours of a key in its list; null at the ends and for a key in no list.
+inline EnvKey *next_key(const EnvKey *key) noexcept {
+    EnvKey *next = key->succ;
+    return next != nullptr && link_of(next, kSucc) != nullptr ? next : nullptr;
+}
+inline EnvKey *prev_key(const EnvKey *key) noexcept {
+    EnvKey *prev = key->pred;
+    return prev != nullptr && link_of(prev, kPred) != nullptr ? prev : nullptr;
+}
+inline bool is_empty(const Envelope &env) noexcept { return first_key(env) == nullptr; }
+
+// Structural changes. Each empties the lookup cache and counts as an edit.
+void insert_after(Envelope &env, EnvKey *after, EnvKey *key) noexcept;  // after null: at head
+void append(Envelope &env, EnvKey *key) noexcept;
+// After the last key whose time is not later than the key's time.
+void insert_sorted(Envelope &env, EnvKey *key) noexcept;
+void unlink(Envelope &env, EnvKey *key) noexcept;
+void reset_cache(Envelope &env) noexcept;
+std::size_t key_count(const Envelope &env) noexcept;
+
+// Sends a change note to the envelope's port, if it has one.
+void notify(Envelope &env, std::uint32_t code, EnvKey *key) noexcept;
+
+// The side an operation aimed at `side` really reaches: side 1 only on a broken key.
+inline int reached_side(const EnvKey *key, int side) noexcept {
+    return side == 1 && (key->flags & kBrokenMask) != 0 ? 1 : 0;
+}
+
+// A new key at a time, zero-filled; raises std::bad_alloc. Freed with free_key.
+EnvKey *new_key(double time);
+void free_key(EnvKey *key) noexcept;
+
+}  // namespace vx::env
