@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <string>
 
@@ -168,8 +169,14 @@ TEST_F(Helpers, TheUndoPropertyHoldsForRandomShelfEdits) {
 
 // Faulty edits the helpers must catch. They use globals because gtest's failure-capturing
 // macros cannot see locals.
+// The blocks the leaky edit forgets, kept reachable so that the optimiser cannot drop the
+// allocation and the test can free them afterwards.
+int *g_forgotten[64];
+std::size_t g_forgotten_count = 0;
+
 void leaky_edit(Shelf &s) {
-    static_cast<void>(new int[4]);  // forgotten on purpose
+    int *block = new int[4];  // forgotten on purpose
+    if (g_forgotten_count < std::size(g_forgotten)) g_forgotten[g_forgotten_count++] = block;
     test::shelf_set(s, s.head, 5);
 }
 void edit_that_changes_before_allocating(Shelf &s) {
@@ -184,6 +191,7 @@ void compound_that_notifies_before_failing(Shelf &s) {
 
 TEST_F(Helpers, TheAtomicityHelperCatchesLeaksChangesAndNotes) {
     EXPECT_NONFATAL_FAILURE(check("leaky", leaky_edit), "leaked");
+    while (g_forgotten_count > 0) delete[] g_forgotten[--g_forgotten_count];
     EXPECT_NONFATAL_FAILURE(check("careless", edit_that_changes_before_allocating),
                             "state changed by the failed edit");
     EXPECT_NONFATAL_FAILURE(check("noisy", compound_that_notifies_before_failing),

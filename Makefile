@@ -1,0 +1,66 @@
+# Shortcuts over the CMake presets in CMakePresets.json; every build lives in build/<preset>.
+#   make demo      build the library and the vexor program, run `vexor demo`
+#   make test      build everything and run the tests (preset dev, or ci when CI=true)
+# See `make help` for the rest.
+
+ifeq ($(CI),true)
+PRESET ?= ci
+else
+PRESET ?= dev
+endif
+PREFIX ?= /usr/local
+CLANG_FORMAT ?= $(or $(shell command -v clang-format-14 2>/dev/null),clang-format)
+
+# The C and C++ files known to git (committed or new, not ignored) that still exist.
+SOURCES = $(sort $(wildcard $(shell git ls-files --cached --others --exclude-standard -- '*.h' '*.cpp' '*.c')))
+
+.PHONY: help test demo sanitize bench install format format-check clean
+
+help:
+	@echo "make demo                 build and run 'vexor demo'"
+	@echo "make test                 build and run the tests (preset $(PRESET))"
+	@echo "make sanitize             the tests under AddressSanitizer and UBSan"
+	@echo "make bench                optimised build, run every benchmark"
+	@echo "make install PREFIX=dir   install the library, headers and program (now: $(PREFIX))"
+	@echo "make format               reformat the sources with clang-format"
+	@echo "make format-check         fail if a source is not formatted"
+	@echo "make clean                remove the preset build directories"
+
+test:
+	cmake --preset $(PRESET)
+	cmake --build --preset $(PRESET)
+	ctest --preset $(PRESET)
+
+demo:
+	cmake --preset dev
+	cmake --build --preset dev --target vexor_cli
+	build/dev/tools/vexor demo
+
+sanitize:
+	cmake --preset sanitize
+	cmake --build --preset sanitize
+	ctest --preset sanitize
+
+bench:
+	cmake --preset release
+	cmake --build --preset release
+	@found=; \
+	for program in $$(find build/release/bench -type f -perm -u+x ! -path '*/CMakeFiles/*' 2>/dev/null | sort); do \
+	    found=1; echo "== $$program"; "$$program" || exit 1; \
+	done; \
+	if [ -z "$$found" ]; then echo "no benchmark programs in build/release/bench" >&2; exit 1; fi
+
+install:
+	cmake --preset release
+	cmake --build --preset release --target vexor vexor_cli
+	cmake --install build/release --prefix "$(PREFIX)"
+
+format:
+	$(CLANG_FORMAT) -i $(SOURCES)
+
+format-check:
+	@$(CLANG_FORMAT) --version
+	$(CLANG_FORMAT) --dry-run --Werror $(SOURCES)
+
+clean:
+	rm -rf build/dev build/ci build/sanitize build/release build/fuzz

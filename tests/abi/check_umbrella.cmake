@@ -1,0 +1,20 @@
+# Fails unless vexor/vexor.h includes every family header in include/vexor (the plug-in
+# interfaces in include/vexor/sys are included where they are needed).
+#   cmake -DINCLUDE_DIR=<repo>/include -P check_umbrella.cmake
+cmake_minimum_required(VERSION 3.25)
+file(READ "${INCLUDE_DIR}/vexor/vexor.h" umbrella)
+file(GLOB headers RELATIVE "${INCLUDE_DIR}/vexor" "${INCLUDE_DIR}/vexor/*.h")
+set(missing)
+foreach(header IN LISTS headers)
+  if(header STREQUAL "vexor.h")
+    continue()
+  endif()
+  string(REPLACE "." "\\." pattern "${header}")
+  if(NOT umbrella MATCHES "#[ \t]*include[ \t]*[<\"]vexor/${pattern}[>\"]")
+    list(APPEND missing "vexor/${header}")
+  endif()
+endforeach()
+if(missing)
+  string(REPLACE ";" ", " shown "${missing}")
+  message(FATAL_ERROR "vexor/vexor.h does not include: ${shown}")
+endif()
