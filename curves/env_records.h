@@ -254,7 +254,7 @@ struct CopyKeys {
         if (direction != 0) {
             copies.give_all(*dst);
         } else {
-            copies.take_all(*dst, false);
+            copies.take_all(*dst, true);
         }
         notify(*dst, ENV_NOTE_ENVELOPE, nullptr);
         UndoNewCode(direction == 0 ? 1 : 0);
