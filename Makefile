@@ -14,13 +14,14 @@ CLANG_FORMAT ?= $(or $(shell command -v clang-format-14 2>/dev/null),clang-forma
 # The C and C++ files known to git (committed or new, not ignored) that still exist.
 SOURCES = $(sort $(wildcard $(shell git ls-files --cached --others --exclude-standard -- '*.h' '*.cpp' '*.c')))
 
-.PHONY: help test demo sanitize bench install format format-check clean
+.PHONY: help test demo sanitize bench fuzz install format format-check clean
 
 help:
 	@echo "make demo                 build and run 'vexor demo'"
 	@echo "make test                 build and run the tests (preset $(PRESET))"
 	@echo "make sanitize             the tests under AddressSanitizer and UBSan"
 	@echo "make bench                optimised build, run every benchmark"
+	@echo "make fuzz SECONDS=n       build the fuzz targets with clang and fuzz for n seconds"
 	@echo "make install PREFIX=dir   install the library, headers and program (now: $(PREFIX))"
 	@echo "make format               reformat the sources with clang-format"
 	@echo "make format-check         fail if a source is not formatted"
@@ -49,6 +50,14 @@ bench:
 	    found=1; echo "== $$program"; "$$program" || exit 1; \
 	done; \
 	if [ -z "$$found" ]; then echo "no benchmark programs in build/release/bench" >&2; exit 1; fi
+
+# The seed corpus stays as committed; what the fuzzer finds goes to a working corpus.
+fuzz:
+	cmake --preset fuzz
+	cmake --build --preset fuzz
+	mkdir -p build/fuzz/corpus-env_load
+	build/fuzz/fuzz/vexor_fuzz_env_load build/fuzz/corpus-env_load fuzz/corpus/env_load \
+	    -max_total_time=$(or $(SECONDS),60)
 
 install:
 	cmake --preset release
