@@ -149,7 +149,9 @@ VX_API int EnvTestValidTime(const Envelope *env, double time) {
     const EnvKey *first = first_key(*env);
     if (first == nullptr) return 0;
     if (env->pre_behavior == ENV_BEHAVIOR_NONE && first->time - time > kTolerance) return 0;
-    if (env->post_behavior == ENV_BEHAVIOR_NONE && time - last_key(*env)->time > kTolerance) {
+    const EnvKey *last = last_key(*env);
+    if (env->post_behavior == ENV_BEHAVIOR_NONE && last != nullptr &&
+        time - last->time > kTolerance) {
         return 0;
     }
     return 1;

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "curves/env_edits.h"
+#include "curves/env_index.h"
 #include "curves/env_records.h"
 #include "foundation/edit_frame.h"
 #include "foundation/failure.h"
@@ -26,6 +27,7 @@ void free_envelope(Envelope *env) noexcept {
         unlink(*env, key);
         free_key(key);
     }
+    drop_index(*env);
     FreeHeap(env, sizeof(Envelope));
 }
 

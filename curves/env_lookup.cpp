@@ -1,6 +1,7 @@
 // Key lookup by time. The envelope caches the key found last and its successor, so playback,
 // which asks for nearby times in order, walks at most a key or two per lookup.
 #include "curves/env_edits.h"
+#include "curves/env_index.h"
 
 namespace vx::env {
 
@@ -8,11 +9,18 @@ Found find(Envelope &env, double time) noexcept {
     EnvKey *first = first_key(env);
     if (first == nullptr || first->time - time > kTolerance) return Found{nullptr, first};
     EnvKey *last = last_key(env);
-    if (last->time <= time + kTolerance) return Found{last, nullptr};
+    if (last == nullptr || last->time <= time + kTolerance) return Found{last, nullptr};
+    // Evaluation keeps an index beside the list; lookups use it while it is current but never
+    // build it, so that edits, which look keys up, allocate nothing for it.
+    if (index_current(env)) return find_indexed(env, time);
 
     // The answer lies strictly inside the keys: start from the cached key when it is usable.
     EnvKey *key = env.lookup_key != nullptr ? env.lookup_key : first;
-    while (key->time > time + kTolerance) key = prev_key(key);
+    while (key->time > time + kTolerance) {
+        EnvKey *prev = prev_key(key);
+        if (prev == nullptr) break;
+        key = prev;
+    }
     for (EnvKey *next = next_key(key); next != nullptr && next->time <= time + kTolerance;
          next = next_key(key)) {
         key = next;

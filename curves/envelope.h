@@ -15,6 +15,10 @@
 #include "foundation/port.h"
 #include "foundation/time.h"
 
+namespace vx::env {
+struct LookupIndex;
+}
+
 struct Envelope {
     void *data;
     Port *port;
@@ -26,15 +30,20 @@ struct Envelope {
     EnvKey *lookup_key;   // cache: the key found at or before the last time looked up
     EnvKey *lookup_next;  // cache: the key after it
     std::uint64_t edits;  // bumped by every structural change and key time change
-    // Lookup index beside the list (curves/env_index.cpp): the keys and their times in list
-    // order, valid while index_stamp == edits + 1 (0: never built). Owned by the envelope and
-    // released by vx::env::drop_index wherever the envelope is freed.
-    double *index_times;
-    EnvKey **index_keys;
-    std::size_t index_count;
-    std::size_t index_capacity;
+    // Lookup index beside the list (curves/env_index.cpp), built lazily; current while
+    // index_stamp == edits + 1. Owned by the envelope: vx::env::drop_index releases it and must
+    // run wherever the envelope is freed.
+    vx::env::LookupIndex *index;
     std::uint64_t index_stamp;
     std::uint64_t index_skipped;  // edits + 1 when no index is to be built at that count
+    // Where the last weighted segment was solved (curves/env_evaluate.cpp): its key, the time,
+    // the parameter found and the time cubic's slope there, current while solved_edits ==
+    // edits. Only a starting guess for the next solve of the same segment, never the answer.
+    const EnvKey *solved_key;
+    std::uint64_t solved_edits;
+    double solved_time;
+    double solved_u;
+    double solved_slope;
 };
 
 namespace vx::env {
@@ -90,7 +99,9 @@ inline EnvKey *prev_key(const EnvKey *key) noexcept {
     EnvKey *prev = key->pred;
     return prev != nullptr && link_of(prev, kPred) != nullptr ? prev : nullptr;
 }
-inline bool is_empty(const Envelope &env) noexcept { return first_key(env) == nullptr; }
+inline bool is_empty(const Envelope &env) noexcept {
+    return first_key(env) == nullptr;
+}
 
 // Structural changes. Each empties the lookup cache and counts as an edit.
 void insert_after(Envelope &env, EnvKey *after, EnvKey *key) noexcept;  // after null: at head

@@ -19,13 +19,44 @@ struct Subcommand {
 };
 
 int vexor_demo(int argc, char **argv);
+int vexor_env(int argc, char **argv);
 
 // In the order `vexor --help` lists them.
 inline constexpr Subcommand kSubcommands[] = {
-    {"demo", "edit a small document with undo and redo, and show what observers hear", vexor_demo,
+    {"demo", "key a few curves, undo an edit, print their values and plot them", vexor_demo,
      "usage: vexor demo\n"
+     "       vexor demo --svg PATH\n"
      "\n"
-     "Edits a small document of named values through the undo system, walks the\n"
-     "history back and forth, and prints the document and what observers attached\n"
-     "to its port hear at each step.\n"},
+     "Keys a few envelopes that show how curves continue past their keys (offset\n"
+     "repeat, oscillate, repeat, linear) and the slope types between keys (auto,\n"
+     "linear in and out, auto flat, stepped, weighted and broken tangents), undoes\n"
+     "and redoes an edit, prints the values every quarter second and draws the\n"
+     "curves with their keys and tangent handles.\n"
+     "\n"
+     "  --svg PATH   where to write the picture (default: vexor-demo.svg)\n"},
+    {"env", "plot an envelope described on the command line", vexor_env,
+     "usage: vexor env plot --key TIME:VALUE[:SLOPE] [--key ...] [options]\n"
+     "\n"
+     "Builds an envelope from the keys, prints its value frame by frame and draws\n"
+     "it with its keys and tangent handles to an SVG picture.\n"
+     "\n"
+     "  --key T:V[:S]    a key at time T (seconds) with value V, and optionally its\n"
+     "                   slope type S (default: --slope)\n"
+     "  --pre B          behaviour before the first key (default: constant)\n"
+     "  --post B         behaviour after the last key (default: constant); B is\n"
+     "                   reset, constant, repeat, oscillate, offset-repeat, linear,\n"
+     "                   none or a code\n"
+     "  --slope S        slope type of the keys: auto, manual, linear-in, linear-out,\n"
+     "                   auto-flat, stepped or a code (default: auto)\n"
+     "  --interp I       curve, linear or stepped (default: curve)\n"
+     "  --weight W       give every key the stored tangent weight W\n"
+     "  --int            an integer envelope (values are truncated)\n"
+     "  --from T --to T  the span to show (default: the keys and one span either side)\n"
+     "  --fps F          frames per second of the table (default: 24)\n"
+     "  --every N        print every Nth frame (default: about forty rows)\n"
+     "  --name TEXT      the curve's name in the legend\n"
+     "  --svg PATH       where to write the picture (default: vexor-env-plot.svg)\n"
+     "\n"
+     "example: vexor env plot --key 0:0 --key 1:10 --pre repeat --post oscillate \\\n"
+     "             --slope auto --from -2 --to 3\n"},
 };

@@ -1,0 +1,215 @@
+#include "curves/env_index.h"
+
+#include <bit>
+#include <cstdint>
+#include <initializer_list>
+#include <limits>
+#include <new>
+
+#include "foundation/memory.h"
+
+namespace vx::env {
+
+// The index: the keys and their times in list order, and a bucket table over the keyed time
+// range that narrows a search to the few keys of one bucket. One heap block holds the header
+// and the three arrays.
+struct LookupIndex {
+    std::size_t capacity;  // entries the block has room for
+    std::size_t count;     // keys indexed
+    std::size_t buckets;   // cells of the bucket table; 0 when there is none
+    double origin;         // the first key's time
+    double scale;          // buckets per second
+    double *times;
+    EnvKey **keys;
+    std::uint32_t *bucket_start;  // buckets + 1 entries: keys in the cells before each cell
+};
+
+namespace {
+
+std::size_t block_bytes(std::size_t capacity) noexcept {
+    return sizeof(LookupIndex) + capacity * (sizeof(double) + sizeof(EnvKey *)) +
+           (capacity + 1) * sizeof(std::uint32_t);
+}
+
+bool same_bits(double a, double b) noexcept {
+    return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
+}
+
+// The bucket of a time. Monotone in the time (a NaN goes to bucket 0), and computed the same
+// way when building and searching, so a key's bucket is never above that of a later time.
+inline std::size_t bucket_of(const LookupIndex &index, double time) noexcept {
+    const double cell = (time - index.origin) * index.scale;
+    const double last = static_cast<double>(index.buckets - 1);
+    if (!(cell > 0.0)) return 0;
+    return cell < last ? static_cast<std::size_t>(cell) : index.buckets - 1;
+}
+
+void fill_buckets(LookupIndex &index) noexcept {
+    index.buckets = 0;
+    const std::size_t count = index.count;
+    if (count > std::numeric_limits<std::uint32_t>::max()) return;
+    index.origin = index.times[0];
+    const double span = index.times[count - 1] - index.origin;
+    const double scale = static_cast<double>(count) / span;
+    if (!(span > 0.0) || !(scale < std::numeric_limits<double>::infinity())) return;
+    index.scale = scale;
+    index.buckets = count;
+    std::size_t at = 0;
+    for (std::size_t b = 0; b <= index.buckets; ++b) {
+        while (at < count && bucket_of(index, index.times[at]) < b) ++at;
+        index.bucket_start[b] = static_cast<std::uint32_t>(at);
+    }
+}
+
+// Keys in [from, from + len) not later than the limit, by a binary search whose select
+// compiles to a conditional move.
+inline std::size_t count_not_later(const double *times, std::size_t from, std::size_t len,
+                                   double limit) noexcept {
+    if (len == 0) return from;
+    const double *base = times + from;
+    while (len > 1) {
+        const std::size_t half = len / 2;
+        base = base[half - 1] <= limit ? base + half : base;
+        len -= half;
+    }
+    return static_cast<std::size_t>(base - times) + (base[0] <= limit ? 1 : 0);
+}
+
+Found remember(Envelope &env, EnvKey *key) noexcept {
+    env.lookup_key = key;
+    env.lookup_next = next_key(key);
+    return Found{key, env.lookup_next};
+}
+
+// The answer from the index, checked against the list: keys that moved, or neighbours that are
+// no longer linked as recorded, mean the list changed behind the edit count, and the caller
+// rebuilds.
+bool search(Envelope &env, double time, Found &found) noexcept {
+    const LookupIndex &index = *env.index;
+    const std::size_t count = index.count;
+    const double *times = index.times;
+    const double limit = time + kTolerance;
+    std::size_t at;
+    if (index.buckets != 0) {
+        const std::size_t b = bucket_of(index, limit);
+        const std::size_t lo = index.bucket_start[b];
+        const std::size_t hi = index.bucket_start[b + 1];
+        at = count_not_later(times, lo, hi - lo, limit);
+    } else {
+        at = count_not_later(times, 0, count, limit);
+    }
+    EnvKey *key = at > 0 ? index.keys[at - 1] : nullptr;
+    EnvKey *next = at < count ? index.keys[at] : nullptr;
+    if (key != nullptr) {
+        if (!same_bits(key->time, times[at - 1]) || !(key->time <= limit)) return false;
+        if (next != nullptr ? key->succ != next : env.keys.tailPred != key) return false;
+    } else if (env.keys.head != next) {
+        return false;
+    }
+    if (next != nullptr && (!same_bits(next->time, times[at]) || next->time <= limit)) {
+        return false;
+    }
+    found = Found{key, next};
+    return true;
+}
+
+// The lookup without an index: bracket the time between the first and last key, narrow the
+// bracket with the cached keys, then walk inward from both ends in step.
+Found walk(Envelope &env, double time) noexcept {
+    EnvKey *first = first_key(env);
+    if (first == nullptr || first->time - time > kTolerance) return Found{nullptr, first};
+    const double limit = time + kTolerance;
+    EnvKey *last = last_key(env);
+    if (last == nullptr) return Found{nullptr, first};  // not a list: no key is after another
+    if (last->time <= limit) return remember(env, last);
+
+    // low is never later than the time, high always is.
+    EnvKey *low = first;
+    EnvKey *high = last;
+    for (EnvKey *cached : {env.lookup_key, env.lookup_next}) {
+        if (cached == nullptr) continue;
+        if (cached->time > limit) {
+            if (cached->time < high->time) high = cached;
+        } else if (cached->time > low->time) {
+            low = cached;
+        }
+    }
+    for (;;) {
+        EnvKey *after_low = next_key(low);
+        if (after_low == nullptr || after_low->time > limit) return remember(env, low);
+        low = after_low;
+        EnvKey *before_high = prev_key(high);
+        if (before_high == nullptr) return remember(env, low);
+        if (before_high->time <= limit) return remember(env, before_high);
+        high = before_high;
+    }
+}
+
+Found answer(Envelope &env, const Found &found) noexcept {
+    if (found.at_or_before != nullptr) {
+        env.lookup_key = found.at_or_before;
+        env.lookup_next = found.after;
+    }
+    return found;
+}
+
+}  // namespace
+
+bool build_index(Envelope &env) noexcept {
+    if (index_current(env)) return true;
+    const std::uint64_t stamp = env.edits + 1;
+    const std::size_t count = key_count(env);
+    if (count < kIndexMinKeys) {
+        env.index_skipped = stamp;
+        return false;
+    }
+    if (env.index == nullptr || count > env.index->capacity) {
+        // Room for some growth, so keying a long curve does not reallocate at every key.
+        const std::size_t capacity = count + count / 4;
+        void *block = nullptr;
+        try {
+            block = StdAlloc(block_bytes(capacity));
+        } catch (const std::bad_alloc &) {
+            env.index_skipped = stamp;
+            return false;
+        }
+        drop_index(env);
+        auto *index = new (block) LookupIndex{};
+        index->capacity = capacity;
+        index->times = reinterpret_cast<double *>(index + 1);
+        index->keys = reinterpret_cast<EnvKey **>(index->times + capacity);
+        index->bucket_start = reinterpret_cast<std::uint32_t *>(index->keys + capacity);
+        env.index = index;
+    }
+    LookupIndex &index = *env.index;
+    std::size_t at = 0;
+    for (EnvKey *key = first_key(env); key != nullptr; key = next_key(key), ++at) {
+        index.times[at] = key->time;
+        index.keys[at] = key;
+    }
+    index.count = count;
+    fill_buckets(index);
+    env.index_stamp = stamp;
+    return true;
+}
+
+void drop_index(Envelope &env) noexcept {
+    if (env.index != nullptr) FreeHeap(env.index, block_bytes(env.index->capacity));
+    env.index = nullptr;
+    env.index_stamp = 0;
+    env.index_skipped = 0;
+}
+
+Found find_indexed(Envelope &env, double time) noexcept {
+    if (!index_current(env) && env.index_skipped != env.edits + 1) build_index(env);
+    if (index_current(env)) {
+        Found found{};
+        if (search(env, time, found)) return answer(env, found);
+        // The list changed without the edit count knowing: rebuild from it once.
+        env.index_stamp = 0;
+        if (build_index(env) && search(env, time, found)) return answer(env, found);
+    }
+    return walk(env, time);
+}
+
+}  // namespace vx::env

@@ -1,0 +1,20 @@
+/* Vexor core: the whole C interface. Each family has a header of its own; this one includes
+ * them all. */
+#ifndef VEXOR_VEXOR_H
+#define VEXOR_VEXOR_H
+
+#include "vexor/block.h"
+#include "vexor/env.h"
+#include "vexor/env_eval.h"
+#include "vexor/env_io.h"
+#include "vexor/export.h"
+#include "vexor/failure.h"
+#include "vexor/log.h"
+#include "vexor/maths.h"
+#include "vexor/memory.h"
+#include "vexor/port.h"
+#include "vexor/time.h"
+#include "vexor/undo.h"
+#include "vexor/version.h"
+
+#endif

@@ -1,0 +1,34 @@
+// Pictures and tables of envelopes for the `vexor` program: an SVG plot of one or more curves
+// with their keys and tangent handles, and a table of their values frame by frame. Uses the
+// library through its public C functions only.
+#pragma once
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include <vexor/env.h>
+
+struct PlottedCurve {
+    std::string name;
+    Envelope *env;  // float or integer; not owned
+};
+
+struct PlotSpan {
+    double from;  // seconds
+    double to;
+};
+
+// Writes an SVG plot of the curves over the span: time and value axes with labels, one colour
+// per curve, a dot on every key, the keys' tangent handles, and a legend. False (with errno
+// set by the C library) when the file cannot be written.
+bool write_curve_plot(const char *path, const std::vector<PlottedCurve> &curves, PlotSpan span,
+                      const std::string &title);
+
+// Prints the curves' values at every `every`-th frame of `fps` frames per second over the span,
+// one row per frame.
+void print_value_table(std::FILE *out, const std::vector<PlottedCurve> &curves, PlotSpan span,
+                       double fps, int every);
+
+// The value of a float or integer envelope at a time.
+double curve_value(Envelope *env, double time);
