@@ -34,11 +34,14 @@ inline constexpr Subcommand kSubcommands[] = {
      "curves with their keys and tangent handles.\n"
      "\n"
      "  --svg PATH   where to write the picture (default: vexor-demo.svg)\n"},
-    {"env", "plot an envelope described on the command line", vexor_env,
+    {"env", "plot an envelope, or save it to a curve file", vexor_env,
      "usage: vexor env plot --key TIME:VALUE[:SLOPE] [--key ...] [options]\n"
+     "       vexor env plot --file FILE [options]\n"
+     "       vexor env save FILE --key TIME:VALUE[:SLOPE] [--key ...] [options]\n"
      "\n"
-     "Builds an envelope from the keys, prints its value frame by frame and draws\n"
-     "it with its keys and tangent handles to an SVG picture.\n"
+     "plot builds an envelope from the keys (or reads it from a curve file), prints\n"
+     "its value frame by frame and draws it with its keys and tangent handles to an\n"
+     "SVG picture. save writes the envelope the keys describe to a curve file.\n"
      "\n"
      "  --key T:V[:S]    a key at time T (seconds) with value V, and optionally its\n"
      "                   slope type S (default: --slope)\n"
@@ -56,7 +59,10 @@ inline constexpr Subcommand kSubcommands[] = {
      "  --every N        print every Nth frame (default: about forty rows)\n"
      "  --name TEXT      the curve's name in the legend\n"
      "  --svg PATH       where to write the picture (default: vexor-env-plot.svg)\n"
+     "  --file FILE      plot the curve saved in FILE\n"
      "\n"
      "example: vexor env plot --key 0:0 --key 1:10 --pre repeat --post oscillate \\\n"
-     "             --slope auto --from -2 --to 3\n"},
+     "             --slope auto --from -2 --to 3\n"
+     "         vexor env save bounce.vxc --key 0:0 --key 0.5:2 --key 1:0 --post repeat\n"
+     "         vexor env plot --file bounce.vxc --to 3\n"},
 };

@@ -1,5 +1,6 @@
-// `vexor env plot`: an envelope described on the command line, printed frame by frame and drawn
-// to an SVG picture with its keys and tangent handles.
+// `vexor env plot`: an envelope described on the command line, or read from a curve file,
+// printed frame by frame and drawn to an SVG picture with its keys and tangent handles.
+// `vexor env save`: the same description written to a curve file.
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -10,8 +11,10 @@
 #include <utility>
 #include <vector>
 
+#include <vexor/block.h>
 #include <vexor/env.h>
 #include <vexor/env_eval.h>
+#include <vexor/env_io.h>
 
 #include "curve_plot.h"
 
@@ -67,7 +70,14 @@ struct PlotArgs {
     int every = 0;
     std::string svg = "vexor-env-plot.svg";
     std::string name;
+    std::string file;  // plot: read the curve from this file instead of --key options
 };
+
+// A curve file is a block stream holding one "curve" block: a "type" block (the envelope type,
+// 0 float or 1 integer, and the post behaviour, which the envelope's own blocks do not keep)
+// followed by the envelope's own blocks.
+constexpr unsigned kCurveBlock = 100;
+constexpr unsigned kCurveTypeBlock = 101;
 
 int usage_error(const char *message, const char *arg) {
     std::fprintf(stderr, "vexor env: %s '%s'\nRun 'vexor env --help' for usage.\n", message, arg);
@@ -114,8 +124,8 @@ bool parse_key(const char *text, KeyArg &key) {
     return !key.has_type || parse_named(s.c_str() + second + 1, kSlopes, key.slope_type);
 }
 
-int parse_plot_args(int argc, char **argv, PlotArgs &args) {
-    for (int i = 2; i < argc; ++i) {
+int parse_plot_args(int argc, char **argv, int first, PlotArgs &args) {
+    for (int i = first; i < argc; ++i) {
         const char *opt = argv[i];
         const bool has_value = i + 1 < argc;
         const auto take = [&] { return argv[++i]; };
@@ -170,15 +180,58 @@ int parse_plot_args(int argc, char **argv, PlotArgs &args) {
             args.svg = take();
         } else if (std::strcmp(opt, "--name") == 0) {
             args.name = take();
+        } else if (std::strcmp(opt, "--file") == 0) {
+            args.file = take();
         } else {
             return usage_error("unknown option", opt);
         }
     }
-    if (args.keys.empty()) {
-        std::fputs("vexor env plot: give at least one --key TIME:VALUE\n", stderr);
+    if (args.keys.empty() && args.file.empty()) {
+        std::fputs("vexor env: give at least one --key TIME:VALUE\n", stderr);
+        return kUsageError;
+    }
+    if (!args.keys.empty() && !args.file.empty()) {
+        std::fputs("vexor env: give either --key options or --file, not both\n", stderr);
         return kUsageError;
     }
     return 0;
+}
+
+// Reads a curve file; null (with a message) when it cannot be read.
+Envelope *load_curve(const std::string &path) {
+    BlkReader *reader = BlkReaderOpenFile(path.c_str());
+    if (reader == nullptr) {
+        std::fprintf(stderr, "vexor env: %s is not a curve file\n", path.c_str());
+        return nullptr;
+    }
+    const BlkBlockId curve_table[] = {{kCurveBlock, "curve"}, {0, nullptr}};
+    const BlkBlockId type_table[] = {{kCurveTypeBlock, "type"}, {0, nullptr}};
+    Envelope *env = nullptr;
+    unsigned header[2] = {0, 0};  // type, post behaviour
+    if (BlkFindBlock(reader, curve_table) == kCurveBlock &&
+        BlkFindBlock(reader, type_table) == kCurveTypeBlock && BlkReadU4(reader, header, 2) == 2 &&
+        BlkReadEnd(reader) != 0 && header[0] <= 1) {
+        env = header[0] == 1 ? EnvCreateInt(nullptr) : EnvCreate(nullptr);
+        if (env != nullptr && (EnvLoad(env, reader) == 0 || BlkReaderFailed(reader) != 0)) {
+            EnvDestroyNoUndo(env);
+            env = nullptr;
+        }
+        if (env != nullptr) EnvSetPostBehaviorDirect(env, header[1]);
+    }
+    BlkReaderClose(reader);
+    if (env == nullptr) std::fprintf(stderr, "vexor env: %s is damaged\n", path.c_str());
+    return env;
+}
+
+bool save_curve(Envelope *env, const std::string &path) {
+    BlkWriter *writer = BlkWriterOpenFile(path.c_str());
+    if (writer == nullptr) return false;
+    const unsigned header[2] = {EnvType(env), EnvPostBehavior(env)};
+    const bool written = BlkWriteBlock(writer, kCurveBlock) != 0 &&
+                         BlkWriteBlock(writer, kCurveTypeBlock) != 0 &&
+                         BlkWriteU4(writer, header, 2) != 0 && BlkWriteEnd(writer) != 0 &&
+                         EnvSave(env, writer) != 0 && BlkWriteEnd(writer) != 0;
+    return BlkWriterClose(writer) != 0 && written;
 }
 
 Envelope *build(const PlotArgs &args) {
@@ -211,13 +264,42 @@ const char *name_of(unsigned code, const Named *table, std::size_t count) {
     return "other";
 }
 
-int plot(int argc, char **argv) {
+int save(int argc, char **argv) {
+    if (argc < 3 || argv[2][0] == '-') {
+        std::fputs("vexor env save: say which file to write: 'vexor env save FILE --key ...'\n",
+                   stderr);
+        return kUsageError;
+    }
     PlotArgs args;
-    if (const int status = parse_plot_args(argc, argv, args); status != 0) return status;
+    if (const int status = parse_plot_args(argc, argv, 3, args); status != 0) return status;
+    if (!args.file.empty()) return usage_error("save takes --key options, not", "--file");
     Envelope *env = build(args);
     if (env == nullptr) {
-        std::fputs("vexor env plot: out of memory\n", stderr);
+        std::fputs("vexor env save: out of memory\n", stderr);
         return 1;
+    }
+    const bool saved = save_curve(env, argv[2]);
+    EnvDestroyNoUndo(env);
+    if (!saved) {
+        std::fprintf(stderr, "vexor env save: could not write %s\n", argv[2]);
+        return 1;
+    }
+    std::printf("Curve of %zu keys written to %s\n", args.keys.size(), argv[2]);
+    return 0;
+}
+
+int plot(int argc, char **argv) {
+    PlotArgs args;
+    if (const int status = parse_plot_args(argc, argv, 2, args); status != 0) return status;
+    Envelope *env = args.file.empty() ? build(args) : load_curve(args.file);
+    if (env == nullptr) {
+        if (args.file.empty()) std::fputs("vexor env plot: out of memory\n", stderr);
+        return 1;
+    }
+    if (!args.file.empty()) {
+        args.integer = EnvType(env) == 1;
+        args.pre = EnvPreBehavior(env);
+        args.post = EnvPostBehavior(env);
     }
     double first = 0.0, last = 0.0;
     EnvBoundsTime(env, &first, &last);
@@ -243,8 +325,12 @@ int plot(int argc, char **argv) {
     } else {
         EnvBoundsValue(env, range.from, range.to, &lo, &hi);
     }
-    std::printf("%zu keys; %g s to %g s; values from %g to %g\n", args.keys.size(), range.from,
-                range.to, lo, hi);
+    int key_count = 0;
+    for (EnvKey *k = EnvFirstKey(env); k != nullptr; k = EnvNextKey(env, EnvKeyTime(k))) {
+        ++key_count;
+    }
+    std::printf("%d keys; %g s to %g s; values from %g to %g\n", key_count, range.from, range.to,
+                lo, hi);
     int every = args.every;
     if (every == 0) {  // about forty rows
         every = static_cast<int>(std::ceil((range.to - range.from) * args.fps / 40.0));
@@ -266,11 +352,12 @@ int plot(int argc, char **argv) {
 int vexor_env(int argc, char **argv) {
     if (argc < 2) {
         std::fputs(
-            "vexor env: say what to do: 'vexor env plot ...'\n"
+            "vexor env: say what to do: 'vexor env plot ...' or 'vexor env save FILE ...'\n"
             "Run 'vexor env --help' for usage.\n",
             stderr);
         return kUsageError;
     }
     if (std::strcmp(argv[1], "plot") == 0) return plot(argc, argv);
+    if (std::strcmp(argv[1], "save") == 0) return save(argc, argv);
     return usage_error("unknown env command", argv[1]);
 }
