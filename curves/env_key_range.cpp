@@ -127,30 +127,29 @@ std::vector<EnvKey *> chosen_keys(Envelope &env, EnvKey *const *keys, int count)
     return sorted;
 }
 
-bool in_range(const EnvKey *key, double start, double end) noexcept {
-    return key->time > start - kTolerance && key->time < end + kTolerance;
+// The keys whose times lie in [start, end], either way round, within the tolerance.
+std::vector<EnvKey *> keys_in_range(Envelope &env, double start, double end) {
+    if (start > end) std::swap(start, end);
+    std::vector<EnvKey *> keys;
+    for (EnvKey *key = first_key(env); key != nullptr; key = next_key(key)) {
+        if (key->time > start - kTolerance && key->time < end + kTolerance) keys.push_back(key);
+    }
+    return keys;
 }
 
 template <class Change>
 void change_values(Envelope &env, double start, double end, Change change) {
-    if (start > end) std::swap(start, end);
-    std::size_t count = 0;
-    for (EnvKey *key = first_key(env); key != nullptr; key = next_key(key)) {
-        if (in_range(key, start, end)) ++count;
-    }
-    if (count == 0) return;
+    const std::vector<EnvKey *> keys = keys_in_range(env, start, end);
+    if (keys.empty()) return;
     EditTransaction transaction;
     UndoBlock block;
     Edit<KeyValues> edit(&env);
-    edit->keys.allocate(count);
-    edit->values.allocate(2 * count);
-    std::size_t i = 0;
-    for (EnvKey *key = first_key(env); key != nullptr; key = next_key(key)) {
-        if (!in_range(key, start, end)) continue;
-        edit->keys[i] = key;
-        edit->values[2 * i] = change(key->side[0].value);
-        edit->values[2 * i + 1] = change(key->side[1].value);
-        ++i;
+    edit->keys.allocate(keys.size());
+    edit->values.allocate(2 * keys.size());
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+        edit->keys[i] = keys[i];
+        edit->values[2 * i] = change(keys[i]->side[0].value);
+        edit->values[2 * i + 1] = change(keys[i]->side[1].value);
     }
     edit.hand_over(1);
 }
@@ -214,20 +213,13 @@ void scale_key_array(Envelope &env, EnvKey *const *keys, int count, double pivot
 void delete_key_range(Envelope &env, double start, double end) {
     require_finite(start, "the start is not a number");
     require_finite(end, "the end is not a number");
-    if (start > end) std::swap(start, end);
-    std::size_t count = 0;
-    for (EnvKey *key = first_key(env); key != nullptr; key = next_key(key)) {
-        if (in_range(key, start, end)) ++count;
-    }
-    if (count == 0) return;
+    const std::vector<EnvKey *> keys = keys_in_range(env, start, end);
+    if (keys.empty()) return;
     EditTransaction transaction;
     UndoBlock block;
     Edit<KeySetRemoval> removal(&env);
-    removal->keys.allocate(count);
-    std::size_t i = 0;
-    for (EnvKey *key = first_key(env); key != nullptr; key = next_key(key)) {
-        if (in_range(key, start, end)) removal->keys[i++] = key;
-    }
+    removal->keys.allocate(keys.size());
+    std::copy(keys.begin(), keys.end(), removal->keys.items);
     removal.hand_over(1);
 }
 
