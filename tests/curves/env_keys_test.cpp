@@ -10,6 +10,7 @@
 #include <vector>
 
 #include <vexor/env.h>
+#include <vexor/env_eval.h>
 #include <vexor/failure.h>
 #include <vexor/log.h>
 #include <vexor/time.h>
@@ -71,6 +72,39 @@ TEST_F(EnvKeys, LookupUsesTheTimeTolerance) {
         EXPECT_EQ(prev, expected < 0 ? nullptr : key_at(e.env, expected)) << t;
     }
     EXPECT_EQ(EnvGetKey(e.env, 0.0), key_at(e.env, 0));
+}
+
+TEST_F(EnvKeys, LookupsNeverReturnAKeyThatAnEditRemoved) {
+    // A short envelope is searched from the lookup cache; a long one through the index that
+    // evaluation builds. Both must forget removed keys.
+    for (const int count : {4, 40}) {
+        ListenedEnvelope le;
+        UndoSysSuspend();
+        for (int i = 0; i < count; ++i) EnvAddKey(le.env, i, i);
+        UndoSysResume();
+        for (int i = 0; i < count; ++i) EnvEvaluate(le.env, i + 0.5);  // warm cache and index
+        EnvKey *doomed = EnvGetKey(le.env, 2.0);
+        ASSERT_NE(doomed, nullptr);
+        EnvDelKey(le.env, doomed);
+        EXPECT_EQ(EnvGetKey(le.env, 2.0), nullptr) << count;
+        EXPECT_EQ(EnvPrevKey(le.env, 2.5), key_at(le.env, 1)) << count;
+        EXPECT_EQ(EnvNextKey(le.env, 1.5), key_at(le.env, 2)) << count;
+        EXPECT_EQ(EnvKeyTime(EnvNextKey(le.env, 1.5)), 3.0) << count;
+        Envelope *cold = EnvCreate(nullptr);  // the same keys with no cache or index yet
+        EnvCopy(cold, le.env);
+        EXPECT_EQ(EnvEvaluate(le.env, 2.0), EnvEvaluate(cold, 2.0)) << count;
+        UndoSysUndo();
+        UndoSysUndo();
+        EnvDestroyNoUndo(cold);
+
+        EnvKey *moved = EnvGetKey(le.env, 3.0);
+        EnvKeyCut(le.env, moved);
+        EXPECT_EQ(EnvGetKey(le.env, 3.0), nullptr) << count;
+        UndoSysUndo();
+        UndoSysUndo();
+        EXPECT_EQ(EnvGetKey(le.env, 2.0), doomed) << "undo brings the same key back";
+        EXPECT_EQ(EnvGetKey(le.env, 3.0), moved);
+    }
 }
 
 TEST_F(EnvKeys, EmptyEnvelopesAndBounds) {

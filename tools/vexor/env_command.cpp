@@ -1,6 +1,8 @@
 // `vexor env plot`: an envelope described on the command line, or read from a curve file,
 // printed frame by frame and drawn to an SVG picture with its keys and tangent handles.
 // `vexor env save`: the same description written to a curve file.
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -70,7 +72,7 @@ struct PlotArgs {
     int every = 0;
     std::string svg = "vexor-env-plot.svg";
     std::string name;
-    std::string file;  // plot: read the curve from this file instead of --key options
+    std::string file;  // plot: read the curve from this saved curve file
 };
 
 // A curve file is a block stream holding one "curve" block: a "type" block (the envelope type,
@@ -122,6 +124,72 @@ bool parse_key(const char *text, KeyArg &key) {
     }
     key.has_type = second != std::string::npos;
     return !key.has_type || parse_named(s.c_str() + second + 1, kSlopes, key.slope_type);
+}
+
+// A saved curve file starts with the block stream's header; anything else is read as text.
+bool is_saved_curve(const char *path) {
+    std::FILE *file = std::fopen(path, "rb");
+    if (file == nullptr) return false;
+    char magic[4] = {};
+    const bool saved = std::fread(magic, 1, 4, file) == 4 && std::memcmp(magic, "VXBK", 4) == 0;
+    std::fclose(file);
+    return saved;
+}
+
+// A text file of keys, one per line as "TIME VALUE [SLOPE]", with optional lines "pre B",
+// "post B", "interp I", "slope S", "weight W", "int" and "name TEXT"; '#' starts a comment.
+int read_key_text(const char *path, PlotArgs &args) {
+    std::FILE *file = std::fopen(path, "r");
+    if (file == nullptr) {
+        std::fprintf(stderr, "vexor env: cannot read %s\n", path);
+        return 1;
+    }
+    char line[512];
+    int number = 0;
+    int status = 0;
+    while (status == 0 && std::fgets(line, sizeof line, file) != nullptr) {
+        ++number;
+        if (char *hash = std::strchr(line, '#')) *hash = '\0';
+        char word[128] = {};
+        char rest[384] = {};
+        const int fields = std::sscanf(line, " %127s %383[^\n]", word, rest);
+        if (fields < 1) continue;
+        std::string value(rest);
+        while (!value.empty() && std::isspace(static_cast<unsigned char>(value.back()))) {
+            value.pop_back();
+        }
+        const std::string key_text = std::string(word) + ":" + value;
+        double time = 0.0;
+        bool ok = true;
+        if (parse_number(word, time)) {
+            KeyArg key{};
+            std::string joined = key_text;
+            std::replace(joined.begin(), joined.end(), ' ', ':');
+            ok = parse_key(joined.c_str(), key);
+            if (ok) args.keys.push_back(key);
+        } else if (std::strcmp(word, "int") == 0) {
+            args.integer = true;
+        } else if (std::strcmp(word, "pre") == 0 || std::strcmp(word, "post") == 0) {
+            ok = parse_named(value.c_str(), kBehaviors, word[1] == 'r' ? args.pre : args.post);
+        } else if (std::strcmp(word, "interp") == 0) {
+            ok = parse_named(value.c_str(), kInterpolations, args.interpolation);
+        } else if (std::strcmp(word, "slope") == 0) {
+            ok = parse_named(value.c_str(), kSlopes, args.slope_type);
+        } else if (std::strcmp(word, "weight") == 0) {
+            ok = parse_number(value, args.weight) && args.weight >= 0.0;
+            args.has_weight = ok;
+        } else if (std::strcmp(word, "name") == 0) {
+            args.name = value;
+        } else {
+            ok = false;
+        }
+        if (!ok) {
+            std::fprintf(stderr, "vexor env: %s:%d: cannot read '%s'\n", path, number, word);
+            status = kUsageError;
+        }
+    }
+    std::fclose(file);
+    return status;
 }
 
 int parse_plot_args(int argc, char **argv, int first, PlotArgs &args) {
@@ -181,7 +249,12 @@ int parse_plot_args(int argc, char **argv, int first, PlotArgs &args) {
         } else if (std::strcmp(opt, "--name") == 0) {
             args.name = take();
         } else if (std::strcmp(opt, "--file") == 0) {
-            args.file = take();
+            const char *path = take();
+            if (is_saved_curve(path)) {
+                args.file = path;
+            } else if (const int status = read_key_text(path, args); status != 0) {
+                return status;
+            }
         } else {
             return usage_error("unknown option", opt);
         }
