@@ -717,13 +717,18 @@ Range curve_range(Envelope &env, double start, double end) noexcept {
     // Times earlier than the first key by more than the tolerance are the pre behaviour's,
     // times later than the last by more than it the post behaviour's; the rest read the keys.
     if (start < first - kTolerance) {
-        extension_range<Int>(env, true, start, std::min(end, first - kTolerance), r);
+        // Only times earlier than the first key by more than the tolerance belong to the pre
+        // behaviour, so its part of the span ends just short of that distance (and the post
+        // behaviour's part starts just past it).
+        const double pre_end = std::nextafter(first - kTolerance, -kInf);
+        extension_range<Int>(env, true, start, std::min(end, pre_end), r);
     }
     const double ka = std::max(start, first - kTolerance);
     const double kb = std::min(end, last + kTolerance);
     if (ka <= kb) r.add(keyed_range<Int>(env, ka, kb), 0.0);
     if (end > last + kTolerance) {
-        extension_range<Int>(env, false, std::max(start, last + kTolerance), end, r);
+        const double post_start = std::nextafter(last + kTolerance, kInf);
+        extension_range<Int>(env, false, std::max(start, post_start), end, r);
     }
     if (!(r.lo <= r.hi)) r.lo = r.hi = value_of_curve<Int>(env, start);  // values not numbers
     return r;

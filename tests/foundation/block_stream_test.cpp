@@ -301,7 +301,7 @@ TEST(BlockReading, ANewerMinorVersionReadsAndAnythingElseDoesNotOpen) {
 
 // ---- Writer failures ----
 
-TEST(BlockWriting, RefusedWritesFailTheWriterForGood) {
+TEST(BlockWriting, RefusedWritesAndABlockLeftOpenFailTheWriterForGood) {
     for (const int refusal : {0, 1, 2}) {
         Writer w(BlkWriterOpenMemory());
         const unsigned value = 1;
@@ -316,9 +316,8 @@ TEST(BlockWriting, RefusedWritesFailTheWriterForGood) {
         EXPECT_EQ(BlkWriterClose(w.release()), 0);
     }
     EXPECT_EQ(BlkWriterOpenFile("/nonexistent/vexor/stream.blk"), nullptr);
-}
 
-TEST(BlockWriting, ABlockLeftOpenFailsTheCloseAndReadsAsMalformed) {
+    // A block left open fails the close and reads as malformed.
     Writer w(BlkWriterOpenMemory());
     BlkWriteBlock(w.get(), 1);
     BlkWriteBlock(w.get(), 10);
@@ -335,13 +334,8 @@ TEST(BlockWriting, NestingIsBoundedAtTheDepthEveryReaderAccepts) {
         ASSERT_EQ(BlkWriteBlock(w.get(), 1), 1) << level;
     }
     std::unique_ptr<BlkWriter> deeper(BlkWriter::open_memory());
-    for (std::size_t level = 0; level <= blk::kMaxDepth; ++level) {
-        if (level == blk::kMaxDepth) {
-            EXPECT_THROW(deeper->begin(1), Failure);
-        } else {
-            deeper->begin(1);
-        }
-    }
+    for (std::size_t level = 0; level < blk::kMaxDepth; ++level) deeper->begin(1);
+    EXPECT_THROW(deeper->begin(1), Failure);
     for (std::size_t level = 0; level < blk::kMaxDepth; ++level) BlkWriteEnd(w.get());
     const Bytes bytes = memory_of(w.get());
     Reader r(BlkReaderOpenMemory(bytes.data(), bytes.size()));

@@ -117,7 +117,7 @@ TEST_F(Log, ChannelNamesAreBoundedAndAFullTableRefusesNewNames) {
     EXPECT_FALSE(channel_enabled("c7"));
 }
 
-TEST_F(Log, TheLevelLogEmitsLinesAtOrBelowTheLevelAndNamedLogsAlways) {
+TEST_F(Log, LevelLinesAtOrBelowTheLevelNamedLinesAlwaysAndFailureLinesWithStemAndLine) {
     level(1, "error %s\n", "one");
     level(2, "warning\n");
     set_level(3);
@@ -125,17 +125,14 @@ TEST_F(Log, TheLevelLogEmitsLinesAtOrBelowTheLevelAndNamedLogsAlways) {
     level(4, "too fine\n");
     set_level(-1);
     named("sampleVector", "%d samples\n", 12);
-    EXPECT_EQ(lines(), (Lines{{kLevel, "1", "error one\n"},
-                              {kLevel, "3", "detail\n"},
-                              {kNamed, "sampleVector", "12 samples\n"}}));
-}
-
-TEST_F(Log, AFailureLineNamesTheStemAndLineAndPrintsNullsAsEmpty) {
     fail_line("curves/env.cpp", 42, "bad key", "7");
     fail_line("env.cpp", 9, nullptr, nullptr);
     const int line = __LINE__ + 1;
     VX_FAIL_LINE("here", "now");
-    EXPECT_EQ(lines(), (Lines{{kFailure, "env", "#[fail] <env>:42 bad key 7\n"},
+    EXPECT_EQ(lines(), (Lines{{kLevel, "1", "error one\n"},
+                              {kLevel, "3", "detail\n"},
+                              {kNamed, "sampleVector", "12 samples\n"},
+                              {kFailure, "env", "#[fail] <env>:42 bad key 7\n"},
                               {kFailure, "env", "#[fail] <env>:9  \n"},
                               {kFailure, "log_test",
                                "#[fail] <log_test>:" + std::to_string(line) + " here now\n"}}));
