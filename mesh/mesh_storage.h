@@ -1,0 +1,221 @@
+// Storage for mesh elements: growable arrays and fixed-size element pools whose growth is
+// prepared apart from the change that uses it.
+//
+// Every mesh constructor first prepares what it will need (a larger array, a fresh chunk of
+// blocks) into a Growth object, which can fail, and then commits it, which cannot. A Growth that
+// is never committed gives its memory back when it goes out of scope, so a failed edit leaves
+// the mesh's memory exactly as it was: not one block more.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <new>
+#include <type_traits>
+#include <utility>
+
+namespace vx::mesh {
+
+// A block of raw memory owned until handed on; released with its size.
+class RawBlock {
+  public:
+    RawBlock() noexcept = default;
+    explicit RawBlock(std::size_t bytes) : block_(::operator new(bytes)), bytes_(bytes) {}
+    ~RawBlock() { reset(); }
+    RawBlock(RawBlock &&other) noexcept
+        : block_(std::exchange(other.block_, nullptr)), bytes_(std::exchange(other.bytes_, 0)) {}
+    RawBlock &operator=(RawBlock &&other) noexcept {
+        if (this != &other) {
+            reset();
+            block_ = std::exchange(other.block_, nullptr);
+            bytes_ = std::exchange(other.bytes_, 0);
+        }
+        return *this;
+    }
+    RawBlock(const RawBlock &) = delete;
+    RawBlock &operator=(const RawBlock &) = delete;
+
+    void *get() const noexcept { return block_; }
+    std::size_t bytes() const noexcept { return bytes_; }
+    void reset() noexcept {
+        if (block_ != nullptr) ::operator delete(block_, bytes_);
+        block_ = nullptr;
+        bytes_ = 0;
+    }
+    // Gives up ownership without freeing: the memory now belongs to the caller.
+    void *forget() noexcept {
+        bytes_ = 0;
+        return std::exchange(block_, nullptr);
+    }
+    void swap(RawBlock &other) noexcept {
+        std::swap(block_, other.block_);
+        std::swap(bytes_, other.bytes_);
+    }
+
+  private:
+    void *block_ = nullptr;
+    std::size_t bytes_ = 0;
+};
+
+// A growable array of trivially copyable values. Growth is prepared, then committed.
+template <class T>
+class DenseArray {
+    static_assert(std::is_trivially_copyable_v<T>);
+
+  public:
+    // The room for `extra` more values: empty when the array already has it.
+    struct Growth {
+        RawBlock buffer;
+        std::size_t capacity = 0;
+    };
+
+    DenseArray() noexcept = default;
+    DenseArray(const DenseArray &) = delete;
+    DenseArray &operator=(const DenseArray &) = delete;
+
+    // Makes room for `extra` more values into `growth` (raises std::bad_alloc); changes nothing.
+    void prepare(Growth &growth, std::size_t extra) const {
+        if (size_ + extra <= capacity_) return;
+        std::size_t capacity = capacity_ < 8 ? 8 : capacity_ * 2;
+        if (capacity < size_ + extra) capacity = size_ + extra;
+        growth.buffer = RawBlock(capacity * sizeof(T));
+        growth.capacity = capacity;
+    }
+    // Moves the values into the prepared room; the old buffer goes into `growth` and is freed
+    // with it.
+    void commit(Growth &growth) noexcept {
+        if (growth.buffer.get() == nullptr) return;
+        if (size_ != 0) std::memcpy(growth.buffer.get(), data(), size_ * sizeof(T));
+        buffer_.swap(growth.buffer);
+        std::swap(capacity_, growth.capacity);
+    }
+    // A copy of this array with room for `extra` more values, for copy on write.
+    void copy_into(DenseArray &target, std::size_t extra) const {
+        RawBlock buffer((size_ + extra < 8 ? 8 : size_ + extra) * sizeof(T));
+        if (size_ != 0) std::memcpy(buffer.get(), data(), size_ * sizeof(T));
+        target.buffer_.swap(buffer);
+        target.capacity_ = target.buffer_.bytes() / sizeof(T);
+        target.size_ = size_;
+    }
+    void swap(DenseArray &other) noexcept {
+        buffer_.swap(other.buffer_);
+        std::swap(size_, other.size_);
+        std::swap(capacity_, other.capacity_);
+    }
+
+    // Needs room (prepared and committed); never fails.
+    void push_back(T value) noexcept { data()[size_++] = value; }
+    void erase(std::size_t index) noexcept {
+        std::memmove(data() + index, data() + index + 1, (size_ - index - 1) * sizeof(T));
+        --size_;
+    }
+    void clear() noexcept { size_ = 0; }
+    // Frees the buffer as well.
+    void release() noexcept {
+        buffer_.reset();
+        size_ = capacity_ = 0;
+    }
+
+    T *data() noexcept { return static_cast<T *>(buffer_.get()); }
+    const T *data() const noexcept { return static_cast<const T *>(buffer_.get()); }
+    T &operator[](std::size_t index) noexcept { return data()[index]; }
+    const T &operator[](std::size_t index) const noexcept { return data()[index]; }
+    std::size_t size() const noexcept { return size_; }
+    std::size_t capacity() const noexcept { return capacity_; }
+
+  private:
+    RawBlock buffer_;
+    std::size_t size_ = 0;
+    std::size_t capacity_ = 0;
+};
+
+// A pool of fixed-size blocks for the elements of one mesh. Chunks grow geometrically (a mesh
+// of a few elements takes a few hundred bytes, a mesh of millions takes chunks of a megabyte
+// or so), blocks are 8-byte aligned and zero-filled when handed out. Every chunk is freed with
+// the pool; a block given back is reused.
+class ElementPool {
+  public:
+    // A chunk prepared for the next block, when the pool has no free block left.
+    struct Growth {
+        RawBlock chunk;
+    };
+
+    explicit ElementPool(std::size_t block_size) noexcept : block_size_((block_size + 7) / 8 * 8) {}
+    ~ElementPool() { release(); }
+    ElementPool(const ElementPool &) = delete;
+    ElementPool &operator=(const ElementPool &) = delete;
+
+    // Makes sure the next take() has a block (raises std::bad_alloc); changes nothing.
+    void prepare(Growth &growth) const {
+        if (free_ != nullptr || next_ < end_ || growth.chunk.get() != nullptr) return;
+        std::size_t blocks = chunk_blocks_ == 0 ? kFirstChunk : chunk_blocks_ * 2;
+        if (blocks > kLargestChunk) blocks = kLargestChunk;
+        growth.chunk = RawBlock(kHeader + blocks * block_size_);
+    }
+    // Hands out a zero-filled block, adopting the prepared chunk if it needs one.
+    void *take(Growth &growth) noexcept {
+        void *block;
+        if (free_ != nullptr) {
+            block = free_;
+            free_ = *static_cast<void **>(free_);
+        } else {
+            if (next_ >= end_) adopt(growth);
+            block = next_;
+            next_ += block_size_;
+        }
+        std::memset(block, 0, block_size_);
+        ++live_;
+        return block;
+    }
+    // Gives a block back for reuse.
+    void give_back(void *block) noexcept {
+        *static_cast<void **>(block) = free_;
+        free_ = block;
+        --live_;
+    }
+    // Frees every chunk with the blocks still handed out.
+    void release() noexcept {
+        while (chunks_ != nullptr) {
+            Chunk *next = chunks_->next;
+            ::operator delete(static_cast<void *>(chunks_), chunks_->bytes);
+            chunks_ = next;
+        }
+        free_ = nullptr;
+        next_ = end_ = nullptr;
+        chunk_blocks_ = 0;
+        live_ = 0;
+    }
+
+    std::size_t block_size() const noexcept { return block_size_; }
+    std::size_t live() const noexcept { return live_; }
+
+  private:
+    struct Chunk {
+        Chunk *next;
+        std::size_t bytes;
+    };
+    static constexpr std::size_t kHeader = (sizeof(Chunk) + 15) / 16 * 16;
+    static constexpr std::size_t kFirstChunk = 16;
+    static constexpr std::size_t kLargestChunk = 32768;
+
+    void adopt(Growth &growth) noexcept {
+        const std::size_t bytes = growth.chunk.bytes();
+        auto *chunk = static_cast<Chunk *>(growth.chunk.forget());
+        chunk->next = chunks_;
+        chunk->bytes = bytes;
+        chunks_ = chunk;
+        chunk_blocks_ = (bytes - kHeader) / block_size_;
+        next_ = reinterpret_cast<char *>(chunk) + kHeader;
+        end_ = next_ + chunk_blocks_ * block_size_;
+    }
+
+    std::size_t block_size_;
+    Chunk *chunks_ = nullptr;
+    void *free_ = nullptr;
+    char *next_ = nullptr;
+    char *end_ = nullptr;
+    std::size_t chunk_blocks_ = 0;
+    std::size_t live_ = 0;
+};
+
+}  // namespace vx::mesh
