@@ -4,17 +4,22 @@
 #define VEXOR_VEXOR_H
 
 #include "vexor/block.h"
+#include "vexor/cinema.h"
 #include "vexor/env.h"
 #include "vexor/env_eval.h"
 #include "vexor/env_io.h"
 #include "vexor/export.h"
 #include "vexor/failure.h"
+#include "vexor/host.h"
 #include "vexor/log.h"
 #include "vexor/maths.h"
 #include "vexor/memory.h"
+#include "vexor/mesh.h"
+#include "vexor/package.h"
 #include "vexor/port.h"
 #include "vexor/time.h"
 #include "vexor/undo.h"
+#include "vexor/value.h"
 #include "vexor/version.h"
 
 #endif

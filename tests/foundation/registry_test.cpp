@@ -129,6 +129,33 @@ TEST_F(Registry, WatchersHearEveryNewServerOfTheirClassOnly) {
     EXPECT_EQ(HostWatchClass("package", nullptr, nullptr), 0);
 }
 
+struct Provided {
+    std::vector<std::string> asked;
+};
+void provide(void *client, const char *cls, const char *name) {
+    static_cast<Provided *>(client)->asked.push_back(name);
+    if (std::string(name).starts_with("make.")) HostAddBuiltIn(cls, name, nullptr, nullptr);
+}
+
+TEST_F(Registry, AProviderIsAskedOnlyForMissingServersOfItsClass) {
+    Provided provided;
+    HostServer *there = HostAddBuiltIn("package", "there", nullptr, nullptr);
+    ASSERT_EQ(HostSetProvider("package", provide, &provided), 1);
+    EXPECT_EQ(HostRequireServer("package", "there"), there);
+    HostServer *made = HostRequireServer("package", "make.one");
+    ASSERT_NE(made, nullptr);
+    EXPECT_STREQ(ServerName(made), "make.one");
+    EXPECT_EQ(HostRequireServer("package", "make.one"), made);  // now registered
+    EXPECT_EQ(HostRequireServer("package", "cannot"), nullptr);
+    EXPECT_EQ(HostRequireServer("saver", "make.two"), nullptr);     // no provider for savers
+    EXPECT_EQ(HostLookupServer("package", "make.three"), nullptr);  // plain look-up never asks
+    EXPECT_EQ(provided.asked, (std::vector<std::string>{"make.one", "cannot"}));
+
+    ASSERT_EQ(HostSetProvider("package", nullptr, nullptr), 1);
+    EXPECT_EQ(HostRequireServer("package", "make.four"), nullptr);
+    EXPECT_EQ(provided.asked.size(), 2u);
+}
+
 TEST(RegistryLifetime, StartsAreCountedAndTheLastStopForgetsEverything) {
     EXPECT_EQ(HostAddBuiltIn("package", "early", nullptr, nullptr), nullptr);
     EXPECT_EQ(VxLastFailure().code, VX_E_REFUSED);
