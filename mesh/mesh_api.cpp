@@ -15,6 +15,15 @@ bool live(const Element *element) noexcept {
     return element != nullptr && (element->flags & kDead) == 0;
 }
 
+// A vertex's stored position, widened to the caller's precision.
+template <class Real>
+int copy_position(const MeshVertex *vertex, Real position[3]) noexcept {
+    if (vertex == nullptr || position == nullptr) return 0;
+    const float *p = vertex->mesh->positions.get(vertex->slot);
+    for (int axis = 0; axis < 3; ++axis) position[axis] = static_cast<Real>(p[axis]);
+    return 1;
+}
+
 }  // namespace
 
 extern "C" {
@@ -100,21 +109,11 @@ VX_API const float *MeshVertexSet(Mesh *mesh, MeshVertex *vertex, const double p
 }
 
 VX_API int MeshVertexPos(const Mesh *, const MeshVertex *vertex, double position[3]) {
-    if (vertex == nullptr || position == nullptr) return 0;
-    const float *p = vertex->mesh->positions.get(vertex->slot);
-    position[0] = p[0];
-    position[1] = p[1];
-    position[2] = p[2];
-    return 1;
+    return copy_position(vertex, position);
 }
 
 VX_API int MeshVertexPosF(const Mesh *, const MeshVertex *vertex, float position[3]) {
-    if (vertex == nullptr || position == nullptr) return 0;
-    const float *p = vertex->mesh->positions.get(vertex->slot);
-    position[0] = p[0];
-    position[1] = p[1];
-    position[2] = p[2];
-    return 1;
+    return copy_position(vertex, position);
 }
 
 VX_API const float *MeshVertexPosV(const Mesh *, const MeshVertex *vertex) {
