@@ -15,6 +15,7 @@
 #include "foundation/failure.h"
 #include "foundation/undo.h"
 #include "mesh/poly_type.h"
+#include "mesh/vmap.h"
 
 namespace vx::mesh {
 
@@ -240,6 +241,7 @@ void startup() {
     });
     poly_types_startup();
     meta_startup();
+    vmap_types_startup();
     m.port.store(vx::PortCreate(MESH_GLOBAL_PORT_NAME), std::memory_order_release);
     uncount.disarm();
     // Nothing below can fail: the undo system that later mesh edits record into.
@@ -303,7 +305,9 @@ Mesh *create() {
     mesh->related.push_back(mesh);
 
     mesh->port = vx::PortCreate(nullptr);
+    init_mesh_tags(mesh, nullptr);
     poly_types_mesh_initialize(mesh);
+    vmaps_mesh_initialize(mesh);
 
     link(mesh);
     free_mesh.disarm();
@@ -325,6 +329,7 @@ Mesh *create_instance(Mesh *source, bool take_events) {
     instance->related.commit(room);
     instance->related.push_back(instance);
     instance->port = vx::PortCreate(nullptr);
+    init_mesh_tags(instance, source);
 
     instance->source = source;
     instance->flags = take_events ? 0 : MESH_NO_SOURCE_EVENTS;
@@ -401,7 +406,7 @@ const float *set_vertex(Mesh *mesh, MeshVertex *vertex, const double position[3]
 // ---- Polygons --------------------------------------------------------------------------
 
 MeshPolygon *new_polygon(Mesh *mesh, const PolyType *type, unsigned count,
-                         MeshVertex *const *vertices, bool flip) {
+                         MeshVertex *const *vertices, bool flip, bool default_tags) {
     require_ready(mesh);
     if (type == nullptr) fail(rc::bad_argument, "no polygon type");
     if (count > 0xFFFF) fail(rc::bad_argument, "too many vertices for a polygon");
@@ -425,6 +430,8 @@ MeshPolygon *new_polygon(Mesh *mesh, const PolyType *type, unsigned count,
     } else if (count > kPooledVertexArrays) {
         long_array = RawBlock(array_bytes(count));
     }
+    DefaultTagGrowth tag_growth;
+    if (default_tags) prepare_default_tags(mesh, tag_growth);
 
     // Nothing below can fail.
     commit_list(mesh, mesh->polygons, mesh->own_polygons, mesh->changed_polygons,
@@ -455,6 +462,7 @@ MeshPolygon *new_polygon(Mesh *mesh, const PolyType *type, unsigned count,
             for (unsigned i = 0; i < count; ++i) slots[i] = vertices[count - 1 - i];
         }
     }
+    commit_default_tags(mesh, polygon, tag_growth);
     mesh->polygons->items.push_back(polygon);
     mesh->polygons->changed();
 
@@ -526,7 +534,9 @@ MeshPolygon *polygon_at(const Mesh *mesh, std::uint32_t index) noexcept {
 Mesh::Mesh() noexcept = default;
 
 Mesh::~Mesh() {
+    vx::mesh::release_mesh_tags(this);
     vx::mesh::meta_release(this);
+    vx::mesh::vmaps_release(this);
     // Long vertex arrays come from the heap; the pooled ones go with their pools.
     if (long_arrays != 0) {
         for (std::size_t i = 0; i < own_polygons.items.size(); ++i) {

@@ -9,6 +9,8 @@
 #include "mesh/mesh_meta.h"
 #include "mesh/mesh_storage.h"
 #include "mesh/position_map.h"
+#include "mesh/ptag.h"
+#include "mesh/vmap_list.h"
 
 struct PolyType;
 
@@ -22,16 +24,18 @@ struct MeshVertex {
 };
 
 // A polygon: its mesh, flags and marks as for vertices, its vertex count, its type and its
-// vertex array, which always has one null slot after the last vertex. The polygon's tag array
-// and tag count join the record after the vertex count when tags are kept on polygons.
+// vertex array, which always has one null slot after the last vertex; then its tags (a count
+// after the vertex count, the array of shared tag records last).
 struct MeshPolygon {
     Mesh *mesh;
     std::uint16_t flags;
     std::uint16_t marks;
     std::uint16_t count;
+    std::uint16_t tag_count;
     std::uint32_t slot;
     const PolyType *type;
     MeshVertex **vertices;
+    PTagRecord **tags;  // sorted by type, one entry per type (mesh/ptag.h)
 };
 
 namespace vx::mesh {
@@ -85,6 +89,12 @@ struct Mesh {
     std::uint32_t show_dead = 0;
     std::uint32_t flags = MESH_OWNS_VERTICES | MESH_OWNS_POLYGONS | MESH_OWNS_THIRD;
     std::uint32_t changes = 0;
+    // The mesh's kind, set by the instance and delta machinery (0 for a plain mesh). A mesh of
+    // kind 2 keeps subsets of its elements, which enumeration through its instances walks
+    // instead of the whole lists (mesh/mark.h).
+    std::uint32_t kind = 0;
+    vx::mesh::DenseArray<MeshVertex *> subset_vertices;
+    vx::mesh::DenseArray<MeshPolygon *> subset_polygons;
 
     // The lists in use: the mesh's own, or its source's while it shares them.
     vx::mesh::VertexList *vertices = &own_vertices;
@@ -104,6 +114,8 @@ struct Mesh {
     // "OPOS" vertex map. The mesh's list of vertex maps and its default polygon tags ("MATR",
     // "PART") join the record here, beside the positions they are made with.
     vx::mesh::PositionMap positions;
+    vx::mesh::VMapList vmaps;  // mesh/vmap.h
+    vx::mesh::MeshTags tags;
     vx::mesh::MetaSlots meta;
 
     vx::mesh::ElementPool vertex_pool{sizeof(MeshVertex)};
@@ -134,7 +146,7 @@ bool destroy(Mesh *mesh) noexcept;
 MeshVertex *new_vertex(Mesh *mesh, const double position[3]);
 const float *set_vertex(Mesh *mesh, MeshVertex *vertex, const double position[3]);
 MeshPolygon *new_polygon(Mesh *mesh, const PolyType *type, unsigned count,
-                         MeshVertex *const *vertices, bool flip);
+                         MeshVertex *const *vertices, bool flip, bool default_tags = false);
 bool set_polygon_vertex(Mesh *mesh, MeshPolygon *polygon, unsigned index, MeshVertex *vertex);
 bool free_vertex(Mesh *mesh, MeshVertex *vertex);
 bool free_polygon(Mesh *mesh, MeshPolygon *polygon);

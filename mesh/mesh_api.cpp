@@ -129,7 +129,7 @@ VX_API MeshPolygon *MeshNewPolygon(Mesh *mesh, uint32_t type, unsigned int count
                                    MeshVertex *const *vertices, int flip) {
     return vx::guard<MeshPolygon *>(nullptr, [&] {
         if (vertices == nullptr && count != 0) vx::fail(vx::rc::bad_argument, "no vertices");
-        return new_polygon(mesh, poly_type_lookup(type), count, vertices, flip != 0);
+        return new_polygon(mesh, poly_type_lookup(type), count, vertices, flip != 0, true);
     });
 }
 

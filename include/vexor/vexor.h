@@ -12,14 +12,17 @@
 #include "vexor/failure.h"
 #include "vexor/host.h"
 #include "vexor/log.h"
+#include "vexor/mark.h"
 #include "vexor/maths.h"
 #include "vexor/memory.h"
 #include "vexor/mesh.h"
 #include "vexor/package.h"
 #include "vexor/port.h"
+#include "vexor/ptag.h"
 #include "vexor/time.h"
 #include "vexor/undo.h"
 #include "vexor/value.h"
 #include "vexor/version.h"
+#include "vexor/vmap.h"
 
 #endif

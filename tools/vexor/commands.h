@@ -31,7 +31,8 @@ inline constexpr Subcommand kSubcommands[] = {
      "repeat, oscillate, repeat, linear) and the slope types between keys (auto,\n"
      "linear in and out, auto flat, stepped, weighted and broken tangents), undoes\n"
      "and redoes an edit, prints the values every quarter second and draws the\n"
-     "curves with their keys and tangent handles.\n"
+     "curves with their keys and tangent handles. Last it builds a cube mesh with UVs\n"
+     "and part tags, marks a selection on it and enumerates the selection.\n"
      "\n"
      "  --svg PATH   where to write the picture (default: vexor-demo.svg)\n"},
     {"env", "plot an envelope, or save it to a curve file", vexor_env,

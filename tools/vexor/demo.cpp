@@ -2,7 +2,9 @@
 // the ways a curve continues past its keys (offset repeat, oscillate, repeat, linear) and the
 // slope types that shape it between keys (auto, linear in and out, auto flat, stepped, manual
 // with stored weights and a broken tangent). One edit is undone and redone through the undo
-// system; then the curves are printed frame by frame and drawn to an SVG picture.
+// system; then the curves are printed frame by frame and drawn to an SVG picture. Last, a
+// cube mesh is built, a selection marked on it and enumerated.
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <initializer_list>
@@ -11,8 +13,12 @@
 
 #include <vexor/env.h>
 #include <vexor/env_eval.h>
+#include <vexor/mark.h>
+#include <vexor/mesh.h>
+#include <vexor/ptag.h>
 #include <vexor/undo.h>
 #include <vexor/version.h>
+#include <vexor/vmap.h>
 
 #include "curve_plot.h"
 
@@ -111,6 +117,87 @@ void show_undo(Envelope *env) {
     std::printf("  undone again for the table and the picture: %.4f\n\n", EnvEvaluate(env, t));
 }
 
+// A cube with a UV map and part tags: its counts, a selection marked on two faces and their
+// vertices with one vertex hidden, then the selection enumerated through a mark filter.
+constexpr std::uint32_t kSelected = 0x1;
+constexpr std::uint32_t kHidden = 0x2;
+
+unsigned print_vertex(MeshVertex *vertex, void *data, void *argument) {
+    double p[3] = {0.0, 0.0, 0.0};
+    MeshVertexPos(static_cast<Mesh *>(argument), vertex, p);
+    const float *uv = VMapGet(static_cast<const VMap *>(data), vertex);
+    std::printf("    (%2g, %2g, %2g)  uv (%g, %g)\n", p[0], p[1], p[2],
+                uv != nullptr ? static_cast<double>(uv[0]) : 0.0,
+                uv != nullptr ? static_cast<double>(uv[1]) : 0.0);
+    return 0;
+}
+
+unsigned print_polygon(MeshPolygon *polygon, void *, void *) {
+    std::printf("    %-6s (%u vertices, material %s)\n", PTagGet(polygon, PTAG_PART),
+                MeshNumVrtInPol(polygon), PTagGet(polygon, PTAG_MATERIAL));
+    return 0;
+}
+
+int show_mesh() {
+    if (MeshStartup() == 0) return 1;
+    Mesh *mesh = MeshCreate();
+    if (mesh == nullptr) {
+        MeshShutdown();
+        return 1;
+    }
+    // Corner i has x, y, z = -1 or +1 from its bits 0, 1 and 2.
+    MeshVertex *corners[8];
+    for (unsigned i = 0; i < 8; ++i) {
+        const double p[3] = {i & 1 ? 1.0 : -1.0, i & 2 ? 1.0 : -1.0, i & 4 ? 1.0 : -1.0};
+        corners[i] = MeshNewVertex(mesh, p);
+    }
+    struct Face {
+        const char *part;
+        unsigned v[4];
+    };
+    const Face faces[6] = {{"left", {0, 4, 6, 2}},   {"right", {1, 3, 7, 5}},
+                           {"bottom", {0, 1, 5, 4}}, {"top", {2, 6, 7, 3}},
+                           {"back", {0, 2, 3, 1}},   {"front", {4, 5, 7, 6}}};
+    MeshPolygon *polygons[6];
+    MeshSetDefaultTag(mesh, PTAG_MATERIAL, "Cube");
+    for (unsigned f = 0; f < 6; ++f) {
+        MeshVertex *v[4];
+        for (unsigned k = 0; k < 4; ++k) v[k] = corners[faces[f].v[k]];
+        polygons[f] = MeshNewPolygon(mesh, VX_CODE4('F', 'A', 'C', 'E'), 4, v, 0);
+        PTagSet(polygons[f], PTAG_PART, faces[f].part);
+    }
+    // The UVs project the cube onto its front; made outside the undo history, which must
+    // not hold edits of a mesh that is destroyed.
+    UndoSysSuspend();
+    VMap *uvs = VMapCreate(mesh, VX_CODE4('T', 'X', 'U', 'V'));
+    for (MeshVertex *corner : corners) {
+        double p[3] = {0.0, 0.0, 0.0};
+        MeshVertexPos(mesh, corner, p);
+        const float uv[2] = {static_cast<float>((p[0] + 1.0) / 2.0),
+                             static_cast<float>((p[1] + 1.0) / 2.0)};
+        VMapSet(uvs, corner, uv);
+    }
+    UndoSysResume();
+    std::printf("\nMesh: a cube of %u vertices and %u polygons, with a UV map and part tags\n",
+                MeshNumVrts(mesh), MeshNumPols(mesh));
+
+    MeshMarkPolygon(polygons[1], kSelected);
+    MeshMarkPolygon(polygons[3], kSelected);
+    MeshMarkVrtsOfPols(mesh, kSelected, kSelected);
+    MeshMarkVertex(corners[7], kHidden);
+    std::printf("  selected polygons (marks 0x%x):\n", kSelected);
+    MeshEnumeratePols(mesh, kSelected, &print_polygon, nullptr, nullptr, nullptr);
+    const std::uint32_t filter = MESH_MARK_MODE(kSelected, kHidden);
+    std::printf("  their vertices that are not hidden (filter 0x%08x):\n", filter);
+    MeshEnumerateVrts(mesh, filter, &print_vertex, uvs, mesh, nullptr);
+    const unsigned selected = MeshMarkVrts(mesh, kSelected, 0);
+    const unsigned visible = MeshMarkVrts(mesh, filter, 0);
+    std::printf("  %u vertices selected, %u of them visible\n", selected, visible);
+    MeshDestroy(mesh);
+    MeshShutdown();
+    return 0;
+}
+
 }  // namespace
 
 int vexor_demo(int argc, char **argv) {
@@ -149,5 +236,5 @@ int vexor_demo(int argc, char **argv) {
         return 1;
     }
     std::printf("\nPlot of the curves, keys and tangent handles written to %s\n", svg_path);
-    return 0;
+    return show_mesh();
 }
