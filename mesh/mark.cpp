@@ -7,24 +7,28 @@
 
 namespace vx::mesh {
 
-std::uint32_t mark_vertices(Mesh *mesh, std::uint32_t filter, std::uint32_t mode) noexcept {
+namespace {
+
+// Marks every element of one kind that the filter passes; returns how many.
+template <class Element>
+std::uint32_t mark_all(Mesh *mesh, std::uint32_t filter, std::uint32_t mode) noexcept {
     std::uint32_t marked_count = 0;
-    walk(plan_walk<MeshVertex>(mesh, filter), [&](MeshVertex *vertex) -> std::uint32_t {
-        mark(vertex, mode);
+    walk(plan_walk<Element>(mesh, filter), [&](Element *element) -> std::uint32_t {
+        mark(element, mode);
         ++marked_count;
         return 0;
     });
     return marked_count;
 }
 
+}  // namespace
+
+std::uint32_t mark_vertices(Mesh *mesh, std::uint32_t filter, std::uint32_t mode) noexcept {
+    return mark_all<MeshVertex>(mesh, filter, mode);
+}
+
 std::uint32_t mark_polygons(Mesh *mesh, std::uint32_t filter, std::uint32_t mode) noexcept {
-    std::uint32_t marked_count = 0;
-    walk(plan_walk<MeshPolygon>(mesh, filter), [&](MeshPolygon *polygon) -> std::uint32_t {
-        mark(polygon, mode);
-        ++marked_count;
-        return 0;
-    });
-    return marked_count;
+    return mark_all<MeshPolygon>(mesh, filter, mode);
 }
 
 std::uint32_t mark_vertices_of_polygons(Mesh *mesh, std::uint32_t filter,
