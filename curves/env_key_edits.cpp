@@ -158,34 +158,37 @@ void set_value(Envelope &env, EnvKey *key, EnvValue value) {
     edit_apply<ValueSwap>(1, &env, key, 0, true, value);
 }
 
-void set_side_value(Envelope &env, EnvKey *key, int side, EnvValue value) {
+namespace {
+
+// The side a per-side edit of a key in a list really reaches, after checking its arguments.
+int edited_side(const EnvKey *key, int side) {
     require_in_list(key);
     require_side(side);
-    const int s = reached_side(key, side);
+    return reached_side(key, side);
+}
+
+}  // namespace
+
+void set_side_value(Envelope &env, EnvKey *key, int side, EnvValue value) {
+    const int s = edited_side(key, side);
     if (same_bits(key->side[s].value, value)) return;
     edit_apply<ValueSwap>(1, &env, key, s, false, value);
 }
 
 void set_slope(Envelope &env, EnvKey *key, int side, double slope) {
-    require_in_list(key);
-    require_side(side);
-    const int s = reached_side(key, side);
+    const int s = edited_side(key, side);
     if (key->side[s].slope == slope) return;
     edit_apply<SideFieldSwap>(1, &env, key, s, SideFieldSwap::slope, slope, 0u);
 }
 
 void set_weight(Envelope &env, EnvKey *key, int side, double weight) {
-    require_in_list(key);
-    require_side(side);
-    const int s = reached_side(key, side);
+    const int s = edited_side(key, side);
     if (key->side[s].weight == weight) return;
     edit_apply<SideFieldSwap>(1, &env, key, s, SideFieldSwap::weight, weight, 0u);
 }
 
 void set_weight_type(Envelope &env, EnvKey *key, int side, bool manual) {
-    require_in_list(key);
-    require_side(side);
-    const int s = reached_side(key, side);
+    const int s = edited_side(key, side);
     const std::uint32_t bits = manual ? ENV_WEIGHT_MANUAL : 0u;
     if ((key->side[s].flags & ENV_WEIGHT_MANUAL) == bits) return;
     edit_apply<SideFieldSwap>(1, &env, key, s, SideFieldSwap::weight_type, 0.0, bits);

@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <type_traits>
 
@@ -293,24 +294,32 @@ unsigned global_count() noexcept {
 
 // ---- Meshes ----------------------------------------------------------------------------
 
-Mesh *create() {
-    if (!started()) fail(rc::refused, "the mesh module is not started");
-    Mesh *mesh = new Mesh();
-    OnFailure free_mesh([&] { delete mesh; });
+namespace {
 
-    // The related-mesh array starts with the mesh itself.
+// A new mesh record, first in its own related-mesh array and with its port; freed again if a
+// later step of making the mesh fails.
+std::unique_ptr<Mesh> new_mesh_record() {
+    auto mesh = std::make_unique<Mesh>();
     DenseArray<Mesh *>::Growth room;
     mesh->related.prepare(room, 1);
     mesh->related.commit(room);
-    mesh->related.push_back(mesh);
-
+    mesh->related.push_back(mesh.get());
     mesh->port = vx::PortCreate(nullptr);
+    return mesh;
+}
+
+}  // namespace
+
+Mesh *create() {
+    if (!started()) fail(rc::refused, "the mesh module is not started");
+    std::unique_ptr<Mesh> record = new_mesh_record();
+    Mesh *mesh = record.get();
     init_mesh_tags(mesh, nullptr);
     poly_types_mesh_initialize(mesh);
     vmaps_mesh_initialize(mesh);
 
     link(mesh);
-    free_mesh.disarm();
+    record.release();
     mesh->batch_depth = 0;
     return mesh;
 }
@@ -322,13 +331,8 @@ Mesh *create_instance(Mesh *source, bool take_events) {
     DenseArray<Mesh *>::Growth source_room;
     source->related.prepare(source_room, 1);
 
-    Mesh *instance = new Mesh();
-    OnFailure free_instance([&] { delete instance; });
-    DenseArray<Mesh *>::Growth room;
-    instance->related.prepare(room, 1);
-    instance->related.commit(room);
-    instance->related.push_back(instance);
-    instance->port = vx::PortCreate(nullptr);
+    std::unique_ptr<Mesh> record = new_mesh_record();
+    Mesh *instance = record.get();
     init_mesh_tags(instance, source);
 
     instance->source = source;
@@ -337,7 +341,7 @@ Mesh *create_instance(Mesh *source, bool take_events) {
     instance->polygons = source->polygons;
 
     link(instance);
-    free_instance.disarm();
+    record.release();
     source->related.commit(source_room);
     source->related.push_back(instance);
     instance->batch_depth = 0;
