@@ -12,6 +12,13 @@
 
 VX_EXTERN_C_BEGIN
 
+/* The handles of the scene and animation families: a scene, an item of a scene, an action (a
+ * layer of channel values) and an evaluator. All are records owned by the library. */
+typedef struct Cinema Cinema;
+typedef struct CineItem CineItem;
+typedef struct CineAction CineAction;
+typedef struct CineEval CineEval;
+
 /* Starts the module, or adds a reference to it. When it cannot start (out of memory) nothing
  * is left started; VxLastFailure tells why. */
 VX_API void CinemaStartup(void);
