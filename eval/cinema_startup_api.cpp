@@ -1,4 +1,6 @@
-// The C interface of the scene module's start and stop.
+// The C interface of the scene module's start and stop. It lives with the action module because
+// starting scenes also starts actions (and stopping them stops actions first), and the scene
+// module cannot reach the modules above it.
 #include <vexor/cinema.h>
 
 #include "foundation/guard.h"
