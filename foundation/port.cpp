@@ -13,6 +13,11 @@
 // nodes are never unlinked, only marked dead (and swept when the outermost delivery ends),
 // and new nodes only go at the tail with a larger id, so a delivery stops at the last id that
 // existed when it began.
+//
+// Each port has a recursive lock held by attach, detach and the whole of a delivery, so meshes
+// on several threads may notify one global port: deliveries on one port are serialised, and a
+// listener may still attach, detach or notify on the port it is hearing. Lock order: a port's
+// lock may be taken before the registry's mutex (a listener creating a port), never after it.
 struct Port {
     struct Node {
         vx::PortAttachment id;
@@ -31,6 +36,7 @@ struct Port {
     int delivering = 0;     // deliveries in progress, nested ones included
     bool has_dead = false;  // dead nodes wait for the outermost delivery to end
     bool doomed = false;    // destroyed during delivery; freed when it ends
+    mutable std::recursive_mutex lock;
 
     // Global ports only; guarded by the registry's mutex.
     bool global = false;
@@ -149,7 +155,9 @@ void PortDestroy(Port *port) noexcept {
         std::lock_guard lock(r.mutex);
         if (port->refs == 0 || --port->refs > 0) return;
         unlink_global(r, port);
-    } else {
+    }
+    std::unique_lock hold(port->lock);
+    if (!port->global) {
         if (port->refs == 0) return;  // already destroyed, waiting for its delivery to end
         port->refs = 0;
     }
@@ -157,12 +165,14 @@ void PortDestroy(Port *port) noexcept {
         port->doomed = true;
         return;
     }
+    hold.unlock();
     free_port(port);
 }
 
 PortAttachment PortAttach(Port *port, PortListener listener, void *client, PortFilter filter) {
     if (port == nullptr || listener == nullptr)
         fail(rc::bad_argument, "PortAttach: null port or listener");
+    std::lock_guard hold(port->lock);
     if (port->doomed) fail(rc::refused, "PortAttach: the port has been destroyed");
     Node *node = new Node{port->next_id, listener, client, filter, port->tail, nullptr, true};
     ++port->next_id;
@@ -174,6 +184,7 @@ PortAttachment PortAttach(Port *port, PortListener listener, void *client, PortF
 
 bool PortDetach(Port *port, PortAttachment attachment) noexcept {
     if (port == nullptr || attachment == 0) return false;
+    std::lock_guard hold(port->lock);
     for (Node *node = port->head; node != nullptr; node = node->next) {
         if (node->id == attachment) {
             if (!node->live) return false;
@@ -186,6 +197,7 @@ bool PortDetach(Port *port, PortAttachment attachment) noexcept {
 
 unsigned PortDetachListener(Port *port, PortListener listener, void *client) noexcept {
     if (port == nullptr) return 0;
+    std::lock_guard hold(port->lock);
     unsigned removed = 0;
     for (Node *node = port->head; node != nullptr;) {
         Node *next = node->next;
@@ -199,7 +211,9 @@ unsigned PortDetachListener(Port *port, PortListener listener, void *client) noe
 }
 
 void PortNotify(Port *port, void *sender, std::uint32_t code, void *data) noexcept {
-    if (port == nullptr || port->doomed) return;
+    if (port == nullptr) return;
+    std::unique_lock hold(port->lock);
+    if (port->doomed) return;
     const PortAttachment last = port->next_id - 1;
     ++port->delivering;
     for (Node *node = port->head; node != nullptr && node->id <= last; node = node->next) {
@@ -208,6 +222,7 @@ void PortNotify(Port *port, void *sender, std::uint32_t code, void *data) noexce
     }
     if (--port->delivering > 0) return;
     if (port->doomed) {
+        hold.unlock();
         free_port(port);
     } else if (port->has_dead) {
         sweep(port);
@@ -215,7 +230,9 @@ void PortNotify(Port *port, void *sender, std::uint32_t code, void *data) noexce
 }
 
 unsigned PortListenerCount(const Port *port) noexcept {
-    return port != nullptr ? port->live_count : 0;
+    if (port == nullptr) return 0;
+    std::lock_guard hold(port->lock);
+    return port->live_count;
 }
 
 }  // namespace vx

@@ -11,9 +11,10 @@
 // Ports are anonymous (owned by their creator) or global by name ("cinema-db"): creating a
 // global name that exists returns the same port with one more reference.
 //
-// Threads: creating, looking up and destroying global ports is thread-safe. Attaching,
-// detaching and notifying on one port are for one thread at a time (the thread that owns the
-// data the port announces).
+// Threads: every call is thread-safe. Deliveries on one port are serialised (a listener hears
+// one notification at a time, from whichever thread sent it); a listener may attach, detach and
+// notify on the port it is hearing. A listener must not wait for another thread that notifies
+// the same port. Destroying a port while another thread still uses it is the caller's error.
 #pragma once
 
 #include <cstdint>

@@ -254,5 +254,42 @@ TEST(GlobalPorts, ThreadsSharingNamesKeepTheCountsRight) {
     EXPECT_EQ(live_blocks(), baseline);
 }
 
+// Several threads notify one port while others attach and detach: every notification reaches
+// the listener that stays attached, and a listener never hears two deliveries at once.
+TEST(GlobalPorts, ThreadsNotifyingOnePortAreDeliveredOneAtATime) {
+    struct Counter {
+        std::atomic<int> inside{0};
+        std::atomic<int> heard{0};
+        std::atomic<bool> overlapped{false};
+    } counter;
+    auto count = [](void *client, void *, std::uint32_t, void *) {
+        auto *c = static_cast<Counter *>(client);
+        if (c->inside.fetch_add(1) != 0) c->overlapped = true;
+        c->heard.fetch_add(1);
+        c->inside.fetch_sub(1);
+    };
+    auto ignore = [](void *, void *, std::uint32_t, void *) {};
+    Port *port = vx::PortCreate("port-test-shared");
+    vx::PortAttach(port, count, &counter, nullptr);
+    constexpr int kEach = 3000;
+    auto notifier = [&] {
+        for (int i = 0; i < kEach; ++i) vx::PortNotify(port, nullptr, 1, nullptr);
+    };
+    auto churner = [&] {
+        for (int i = 0; i < kEach; ++i) {
+            PortAttachment a = vx::PortAttach(port, ignore, nullptr, nullptr);
+            vx::PortDetach(port, a);
+        }
+    };
+    std::thread one(notifier), two(notifier), three(churner);
+    one.join();
+    two.join();
+    three.join();
+    EXPECT_EQ(counter.heard.load(), 2 * kEach);
+    EXPECT_FALSE(counter.overlapped);
+    EXPECT_EQ(vx::PortListenerCount(port), 1u);
+    vx::PortDestroy(port);
+}
+
 }  // namespace
 }  // namespace vx
