@@ -14,12 +14,13 @@ CLANG_FORMAT ?= $(or $(shell command -v clang-format-14 2>/dev/null),clang-forma
 # The C and C++ files known to git (committed or new, not ignored) that still exist.
 SOURCES = $(sort $(wildcard $(shell git ls-files --cached --others --exclude-standard -- '*.h' '*.cpp' '*.c')))
 
-.PHONY: help test demo sanitize bench fuzz install format format-check clean
+.PHONY: help test demo sanitize tsan bench fuzz install format format-check clean
 
 help:
 	@echo "make demo                 build and run 'vexor demo'"
 	@echo "make test                 build and run the tests (preset $(PRESET))"
 	@echo "make sanitize             the tests under AddressSanitizer and UBSan"
+	@echo "make tsan                 the tests that use threads, under ThreadSanitizer"
 	@echo "make bench                optimised build, run every benchmark"
 	@echo "make fuzz SECONDS=n       build the fuzz targets with clang and fuzz for n seconds"
 	@echo "make install PREFIX=dir   install the library, headers and program (now: $(PREFIX))"
@@ -41,6 +42,11 @@ sanitize:
 	cmake --preset sanitize
 	cmake --build --preset sanitize
 	ctest --preset sanitize
+
+tsan:
+	cmake --preset tsan
+	cmake --build --preset tsan
+	ctest --preset tsan
 
 bench:
 	cmake --preset release
@@ -72,4 +78,4 @@ format-check:
 	$(CLANG_FORMAT) --dry-run --Werror $(SOURCES)
 
 clean:
-	rm -rf build/dev build/ci build/sanitize build/release build/fuzz
+	rm -rf build/dev build/ci build/sanitize build/tsan build/release build/fuzz

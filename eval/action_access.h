@@ -37,9 +37,9 @@ inline constexpr std::uint32_t kActionChanged = 0x8003;
 // action and the later actions of the scene's evaluation order, then the same search for the
 // item's source item with the mapped channel, then the channel's package default.
 struct ValueSource {
-    const Envelope *envelope = nullptr;          // set when the value is animated
-    const value::Value *constant = nullptr;      // set for a constant entry or the default
-    CineAction *holder = nullptr;                // the action holding the entry; null: default
+    const Envelope *envelope = nullptr;      // set when the value is animated
+    const value::Value *constant = nullptr;  // set for a constant entry or the default
+    CineAction *holder = nullptr;            // the action holding the entry; null: default
 };
 
 // Null action: the default only. An item channel out of range gives an empty source.

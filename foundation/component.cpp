@@ -25,6 +25,15 @@ struct Interface {
 
 }  // namespace
 
+struct Alias {
+    char name[kClassNameMax + 1];
+    char guid[kGuidLength + 1];
+    std::atomic<Alias *> next{nullptr};
+};
+
+// Appended under the class registry's mutex, read without it; never freed.
+std::atomic<Alias *> first_alias{nullptr};
+
 class Class {
   public:
     char name[kClassNameMax + 1] = {};
@@ -228,7 +237,39 @@ std::uint32_t ref_count(const void *object) noexcept {
     return header != nullptr ? header->refs.load(std::memory_order_acquire) : 0;
 }
 
+void add_guid_alias(const char *name, const char *guid) {
+    if (name == nullptr || *name == '\0' || std::strlen(name) > kClassNameMax)
+        fail(rc::bad_argument, "GUID alias: bad name");
+    if (!valid_guid(guid)) fail(rc::bad_argument, "GUID alias: malformed GUID");
+    Registry &r = registry();
+    std::lock_guard lock(r.mutex);
+    for (Alias *a = first_alias.load(std::memory_order_acquire); a != nullptr;
+         a = a->next.load(std::memory_order_acquire)) {
+        if (std::strcmp(a->name, name) == 0) {
+            if (same_guid(a->guid, guid)) return;
+            fail(rc::refused, "GUID alias: the name stands for another GUID");
+        }
+    }
+    auto *alias = new Alias;
+    std::strcpy(alias->name, name);
+    for (std::size_t i = 0; i < kGuidLength; ++i) alias->guid[i] = upper(guid[i]);
+    alias->guid[kGuidLength] = '\0';
+    // Published at the head: readers see either the old list or the whole new entry.
+    alias->next.store(first_alias.load(std::memory_order_relaxed), std::memory_order_relaxed);
+    first_alias.store(alias, std::memory_order_release);
+}
+
+const char *resolve_guid(const char *text) noexcept {
+    if (text == nullptr || *text == '{') return text;
+    for (const Alias *a = first_alias.load(std::memory_order_acquire); a != nullptr;
+         a = a->next.load(std::memory_order_acquire)) {
+        if (std::strcmp(a->name, text) == 0) return a->guid;
+    }
+    return text;
+}
+
 const void *find_interface(const void *object, const char *guid) noexcept {
+    guid = resolve_guid(guid);
     const Header *header = header_of(object);
     if (header == nullptr || !valid_guid(guid)) return nullptr;
     const Interface *found = find_in(*header->cls, guid);
@@ -238,6 +279,7 @@ const void *find_interface(const void *object, const char *guid) noexcept {
 ResultCode query_interface(void *object, const char *guid, void **out) noexcept {
     if (out == nullptr) return rc::bad_argument;
     *out = nullptr;
+    guid = resolve_guid(guid);
     Header *header = header_of(object);
     if (header == nullptr || !valid_guid(guid)) return rc::bad_argument;
     const Interface *found = find_in(*header->cls, guid);

@@ -36,6 +36,14 @@ std::size_t interface_count(const Class &cls) noexcept;
 // Whether the text is a GUID in the braced form {XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}.
 bool valid_guid(const char *guid) noexcept;
 
+// GUID aliases: short names ("package", "scene") that stand for a GUID wherever an interface is
+// named. Aliases live as long as the process; defining one again with the same GUID does
+// nothing. Raises rc::bad_argument for an empty or over-long name or a malformed GUID,
+// rc::refused when the name stands for another GUID, std::bad_alloc.
+void add_guid_alias(const char *name, const char *guid);
+// The GUID an alias stands for, or the text itself when it is no alias. Lock-free.
+const char *resolve_guid(const char *text) noexcept;
+
 // Adds an interface. The table starts with XObjectMethods, all entries set, and outlives the
 // class (in practice: a static table). Adding a GUID again with the same table does nothing.
 // Raises rc::bad_argument for a malformed GUID or common entries not set, rc::refused when

@@ -1,26 +1,61 @@
 // The scene module's start and stop.
 //
-// Start, in order: the registry of servers, the global port "cinema-db", the package and type
-// registry. Value types are a fixed table and need no start. Stop runs the steps in reverse.
-// Each later service of the module (scenes, graphs, actions) is one more step here.
+// Start, in order: the registry of servers, the GUID aliases, the global port "cinema-db", the
+// package and type registry, the component classes of scenes and items, the scene state with its
+// default graphs "parent" and "source", and the scene saver and loader "$Cinema". Value types are a
+// fixed table and need no start. Stop runs the steps in reverse, destroying any scene the host
+// left behind first.
 #include "scene/cinema_module.h"
 
+#include <cstring>
+#include <memory>
+
+#include "foundation/component.h"
 #include "foundation/failure.h"
 #include "foundation/port.h"
 #include "foundation/registry.h"
 #include "scene/package_registry.h"
+#include "scene/scene.h"
+#include "scene/scene_objects.h"
 
 namespace vx::cine {
 namespace {
 
+constexpr const char *kFileClass = "$Cinema";
+constexpr const char *kUserName = "Vexor Scene";
+
 struct Module {
     unsigned starts = 0;
     Port *port = nullptr;
+    std::unique_ptr<SceneModule> scenes;
 };
 
 Module &module() noexcept {
     static Module m;
     return m;
+}
+
+// The scene file format is the host's business for now: the servers are registered so that
+// hosts find the class, user name and file pattern, but they make no objects.
+void *no_file_object(void *) {
+    return nullptr;
+}
+
+void register_file_servers(SceneModule &s) {
+    s.saver = host::add_built_in("saver", kFileClass, no_file_object, nullptr);
+    host::add_tag(s.saver, "server.username", kUserName);
+    host::add_tag(s.saver, "saver.outClass", "scene");
+    host::add_tag(s.saver, "saver.dosType", "vxr");
+    s.loader = host::add_built_in("loader", kFileClass, no_file_object, nullptr);
+    host::add_tag(s.loader, "server.username", kUserName);
+    host::add_tag(s.loader, "loader.classList", "scene");
+    host::add_tag(s.loader, "loader.dosPattern", "*.vxr");
+}
+
+void drop_file_servers(SceneModule &s) noexcept {
+    if (s.saver != nullptr) host::remove(s.saver);
+    if (s.loader != nullptr) host::remove(s.loader);
+    s.saver = s.loader = nullptr;
 }
 
 }  // namespace
@@ -33,26 +68,59 @@ void start_module() {
     }
     host::start();
     OnFailure stop_host([] { host::stop(); });
+    // Interfaces of packages, scenes and package instances may be named by these words.
+    com::add_guid_alias("package", "{6383211E-2624-492E-8C4B-D06BB43886A7}");
+    com::add_guid_alias("scene", "{4340A8FC-F984-4E04-A4BB-83931A6335AF}");
+    com::add_guid_alias("packageInstance", "{09D603F7-CCF6-4A5C-B41C-021AC6C17A94}");
     m.port = vx::PortCreate("cinema-db");
     OnFailure drop_port([&] {
         vx::PortDestroy(m.port);
         m.port = nullptr;
     });
     start_packages();
+    OnFailure drop_packages([] { stop_packages(); });
+    define_scene_classes();
+    m.scenes = std::make_unique<SceneModule>();
+    OnFailure drop_scenes([&] {
+        drop_file_servers(*m.scenes);
+        m.scenes.reset();
+    });
+    m.scenes->graphs.push_back({"parent", 1});
+    m.scenes->graphs.push_back({"source", 1});
+    register_file_servers(*m.scenes);
     m.starts = 1;
 }
 
 void stop_module() noexcept {
     Module &m = module();
     if (m.starts == 0 || --m.starts > 0) return;
+    while (!m.scenes->alive.empty()) destroy_scene(m.scenes->alive.back());
+    drop_file_servers(*m.scenes);
+    m.scenes.reset();
     stop_packages();
     vx::PortDestroy(m.port);
     m.port = nullptr;
     host::stop();
 }
 
+void destroy_scenes_before_stop() noexcept {
+    Module &m = module();
+    if (m.starts != 1) return;
+    while (!m.scenes->alive.empty()) destroy_scene(m.scenes->alive.back());
+}
+
 Port *database_port() noexcept {
     return module().port;
+}
+
+SceneModule &scenes() {
+    Module &m = module();
+    if (!m.scenes) fail(rc::refused, "the scene module is not started");
+    return *m.scenes;
+}
+
+bool module_started() noexcept {
+    return module().scenes != nullptr;
 }
 
 }  // namespace vx::cine

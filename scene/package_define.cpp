@@ -8,6 +8,7 @@
 #include "foundation/component.h"
 #include "foundation/failure.h"
 #include "foundation/registry.h"
+#include "scene/cinema_module.h"
 #include "scene/package_registry.h"
 
 namespace vx::cine {
@@ -153,6 +154,8 @@ std::uint32_t set_default(const char *name, const char *channel, const double *v
 
 std::string canonical_guid(const char *guid) {
     if (guid == nullptr) fail(rc::bad_argument, "no interface GUID");
+    // An interface may also be named by an alias ("package", "scene", ...).
+    guid = com::resolve_guid(guid);
     std::string text = guid;
     if (text.empty() || text.front() != '{') text = "{" + text + "}";
     for (char &c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));

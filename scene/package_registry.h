@@ -124,7 +124,8 @@ std::uint32_t define_type(std::uint32_t code, std::int32_t super_code, const cha
 // Appends typed channel lines to a defined package. All or nothing.
 void add_channels(const char *name, std::span<const ChannelLine> lines);
 std::uint32_t set_default(const char *name, const char *channel, const double *values);
-// The canonical braced upper-case form of a GUID given with or without braces. Raises
+// The canonical braced upper-case form of a GUID given with or without braces, or named by
+// one of the module's aliases ("package", "scene", "packageInstance"). Raises
 // rc::bad_argument for a malformed one.
 std::string canonical_guid(const char *guid);
 

@@ -8,12 +8,14 @@
 
 #include <vexor/cinema.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
+#include "foundation/undo.h"
 #include "scene/channel_desc.h"
 #include "scene/package_registry.h"
 
@@ -32,6 +34,10 @@ struct PackageEntry {
     void *local = nullptr;     // the package's local data on this item
     std::uint32_t first = 0;   // index of the package's first channel on the item
 };
+
+// Room, reserved ahead, for one undoable change of a scene's change counter, so that marking
+// a scene changed from inside another edit cannot fail.
+struct ChangeMark;
 
 // An item tag: a four-character code with a text value.
 struct ItemTag {
@@ -65,6 +71,7 @@ struct CineItem {
     std::uint32_t serial = 0;
     bool in_scene = false;  // false while undo has taken the item out
     std::vector<vx::cine::ItemTag> tags;
+    void *object = nullptr;  // the item's component object of class "item"
 };
 
 struct Cinema {
@@ -87,7 +94,23 @@ struct Cinema {
     bool quiet = false;
     std::int32_t batch_depth = 0;
     bool names_built = false;
-    bool in_flux = false;  // set by edits, cleared by evaluation on the main thread
+    // Set when items or packages change while a change batch is open (the scene is half-way
+    // through a larger change); cleared by evaluation on the main thread.
+    bool in_flux = false;
+
+    // Graphs made from the registered definitions, in order of definition.
+    std::vector<LinkGraph *> graphs;
+    std::uint64_t id = 0;          // unique for the life of the process
+    void *object = nullptr;        // the scene's component object of class "scene"
+    bool listed = false;           // in the scene list (creation can be undone)
+    bool making = false;           // being made: events do not mark it changed
+    Cinema *super = nullptr;       // the scene this one is a sub-scene of
+    std::uint32_t next_ident = 1;  // for identity strings, never reused
+    std::uint32_t serial_top = 0;
+    std::vector<std::uint32_t> free_serials;
+    // One map from source item to copy per copy in progress; the last is the current depth.
+    std::vector<std::unordered_map<CineItem *, CineItem *>> redirects;
+    vx::cine::ChangeMark *spare_mark = nullptr;  // reserved room for one change-counter edit
 };
 
 namespace vx::cine {
@@ -114,10 +137,113 @@ void for_each_item(const Cinema &scene, const std::function<void(CineItem &)> &v
 std::uint32_t serial_capacity(const Cinema &scene) noexcept;
 
 // Sends a scene event through the scene's one event routine (batching, quiet scenes,
-// sub-scenes, change marking). Never allocates.
+// sub-scenes, change marking). Never fails. Allocates nothing when the edit that sends it
+// reserved the room for marking the scene changed (SceneEdit, reserve_change_mark), or when
+// the event does not mark; otherwise marking makes its room then, and is skipped if it can't.
 void send_event(Cinema &scene, std::uint32_t code, void *data) noexcept;
 
 // The root scene (the first scene made), or null.
 Cinema *root_scene() noexcept;
+
+// ---- Scenes (scene_list.cpp) ----------------------------------------------------------------
+
+// Makes a scene and lists it (undoable). Raises failures; nothing is left behind.
+Cinema *create_scene(std::uint32_t flags);
+// Destroys a scene with its items; null is ignored.
+void destroy_scene(Cinema *scene) noexcept;
+// Whether the scene is still there (not destroyed). Undo records of a destroyed scene use
+// this to do nothing: they keep the scene's id, since its address may be reused.
+bool scene_alive(const Cinema *scene, std::uint64_t id) noexcept;
+std::uint64_t scene_id(const Cinema &scene) noexcept;
+std::uint32_t scene_index(const Cinema *scene) noexcept;
+LinkGraph *graph_named(const Cinema &scene, const char *name) noexcept;
+// Registers a graph for every scene made from now on.
+void define_graph(const char *name, std::uint32_t kind);
+
+// ---- Change counters (scene_changes.cpp) ----------------------------------------------------
+
+// Makes sure that marking the scene changed from inside the next edit cannot fail: call it
+// before an edit that sends item or action events changes anything.
+void reserve_change_mark(Cinema &scene);
+// Brackets one scene edit: one undo step together with the change mark it causes, the room
+// for that mark reserved up front, and the rollback of a compound edit that fails half-way.
+// A failed edit gives back the room it reserved, so that it leaves no trace at all.
+class SceneEdit {
+  public:
+    explicit SceneEdit(Cinema &scene);
+    ~SceneEdit();
+    SceneEdit(const SceneEdit &) = delete;
+    SceneEdit &operator=(const SceneEdit &) = delete;
+
+  private:
+    UndoBlock block_;
+    EditTransaction transaction_;
+    Cinema &scene_;
+    bool reserved_;
+    int exceptions_;
+};
+
+// CinemaChanged: flag 0 marks clean, any other changed.
+void set_changed(Cinema &scene, int flag);
+// Frees the reserved room; for scene destruction.
+void drop_change_mark(Cinema &scene) noexcept;
+// CinemaHasChanged and CinemaAbsoluteChanges.
+std::uint32_t has_changed(Cinema &scene) noexcept;
+std::uint32_t absolute_changes(Cinema &scene) noexcept;
+// The scene whose event "cinema-db" is delivering, or null.
+Cinema *current_scene() noexcept;
+// Action events mark a scene changed only for its own actions: the action module tells the
+// scene of an action through this (with none installed, every action event counts).
+using ActionSceneFn = Cinema *(*)(const CineAction *action);
+void set_action_scene_query(ActionSceneFn fn) noexcept;
+
+// ---- Items (item_create.cpp, item_names.cpp, item_links.cpp) --------------------------------
+
+// Makes an item of a type (undoable). Raises rc::not_found for an unknown type.
+CineItem &create_item(Cinema &scene, std::uint32_t type);
+// Frees an item record that is not in its scene, or whose scene is being destroyed (then
+// scene_alive is false). The scene client hears of it when tell_client is set.
+void free_item(CineItem *item, bool scene_alive, bool tell_client) noexcept;
+bool test_type(const CineItem &item, std::uint32_t type) noexcept;
+
+void set_name(CineItem &item, const char *name);
+// The unique name, made and cached on first need (allocates).
+const std::string &unique_name(CineItem &item);
+void invalidate_name(CineItem &item) noexcept;
+CineItem *lookup_item(Cinema &scene, const char *text);
+void set_index_style(int style);
+std::string format_index(const char *base, std::uint32_t index);
+
+CineItem *item_parent(const CineItem &item) noexcept;
+std::size_t child_count(const CineItem &item) noexcept;
+CineItem *child_at(const CineItem &item, std::size_t index) noexcept;
+// Returns 0 or the package's refusal code (or rc::refused).
+std::uint32_t set_parent(CineItem &item, CineItem *parent, int position);
+void set_source(CineItem &item, CineItem *source);
+void set_hidden(CineItem &item, bool hidden);
+bool is_hidden(const CineItem &item) noexcept;
+const std::string *item_tag(const CineItem &item, std::uint32_t code) noexcept;
+void set_item_tag(CineItem &item, std::uint32_t code, const char *value);
+
+// Scene copies: while one is in progress, the copy made of each item.
+void begin_copy(Cinema &scene);
+void note_copy(Cinema &scene, CineItem &from, CineItem &to);
+void end_copy(Cinema &scene) noexcept;
+CineItem *redirect_copy(CineItem &item) noexcept;
+
+// ---- Packages on items (item_packages.cpp) --------------------------------------------------
+
+// The chain position of the package on the item, or kNoIndex.
+std::uint32_t chain_position(const CineItem &item, const CinePackage *pkg) noexcept;
+// Makes the per-item parts of a package on an item: its object, local data and the run of its
+// attach callback.
+void make_package_entry(CineItem &item, CinePackage &pkg, PackageEntry &entry);
+bool add_package(CineItem &item, CinePackage &pkg);
+bool remove_package(CineItem &item, CinePackage &pkg);
+// Number of leading channels the two items share.
+std::uint32_t common_channels(const CineItem &a, const CineItem &b) noexcept;
+
+// The chain entry holding a channel, or null.
+const PackageEntry *entry_of(const CineItem &item, std::uint32_t channel) noexcept;
 
 }  // namespace vx::cine

@@ -3,11 +3,13 @@
 #ifndef VEXOR_VEXOR_H
 #define VEXOR_VEXOR_H
 
+#include "vexor/action.h"
 #include "vexor/block.h"
 #include "vexor/cinema.h"
 #include "vexor/env.h"
 #include "vexor/env_eval.h"
 #include "vexor/env_io.h"
+#include "vexor/eval.h"
 #include "vexor/export.h"
 #include "vexor/failure.h"
 #include "vexor/host.h"
@@ -19,6 +21,7 @@
 #include "vexor/package.h"
 #include "vexor/port.h"
 #include "vexor/ptag.h"
+#include "vexor/scene.h"
 #include "vexor/time.h"
 #include "vexor/undo.h"
 #include "vexor/value.h"

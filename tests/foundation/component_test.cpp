@@ -169,6 +169,30 @@ TEST(Component, InterfacesAreAddedCheckedAndFoundByGuidTextInAnyCaseAndAddARef) 
     EXPECT_EQ(com::interface_count(*com::find_class("test.counter")), 2u);
 }
 
+// An alias names an interface wherever its GUID would; an alias keeps the GUID it was first
+// given.
+TEST(Component, GuidAliasesStandForTheirGuidInQueries) {
+    define_counter();
+    int destroyed = 0;
+    Counter *counter = new_counter(&destroyed);
+    ASSERT_NE(counter, nullptr);
+    com::add_guid_alias("test.counterAlias", "{0a1b2c3d-4e5f-6071-8293-a4b5c6d7e8f9}");
+    com::add_guid_alias("test.counterAlias", kCounterGuid);  // the same again: nothing
+    EXPECT_STREQ(com::resolve_guid("test.counterAlias"), kCounterGuid);
+    EXPECT_STREQ(com::resolve_guid("test.unknownAlias"), "test.unknownAlias");
+    EXPECT_EQ(com::find_interface(counter, "test.counterAlias"), &kCounterMethods);
+    void *table = nullptr;
+    ASSERT_EQ(XObjectQueryInterface(counter, "test.counterAlias", &table), VX_OK);
+    EXPECT_EQ(table, &kCounterMethods);
+    XObjectRelease(counter);
+    EXPECT_THROW(com::add_guid_alias("test.counterAlias", kNamedGuid), Failure);
+    EXPECT_THROW(com::add_guid_alias("", kNamedGuid), Failure);
+    EXPECT_THROW(com::add_guid_alias("test.badGuid", "0A1B2C3D"), Failure);
+    EXPECT_STREQ(com::resolve_guid("test.badGuid"), "test.badGuid");
+    XObjectRelease(counter);
+    EXPECT_EQ(destroyed, 1);
+}
+
 TEST(Component, TheLastReleaseDestroysAndFreesExactlyOnce) {
     define_counter();
     const auto live = test::alloc_counts();

@@ -2,7 +2,9 @@
 
 #include <vexor/sys/component.h>
 
+#include "foundation/guard.h"
 #include "foundation/log.h"
+#include "scene/cinema_module.h"
 
 namespace vx::test {
 namespace {
@@ -67,8 +69,15 @@ HostServer *add_host_package(const char *name, const char *super, HostPackage *d
     return server;
 }
 
+// The package registry on its own: the scene module without the modules above it, so that no
+// type the library ships (such as its modifiers' item types) is there before the test's own.
 void PackageTest::SetUp() {
-    CinemaStartup();
+    ASSERT_EQ(vx::guard(0,
+                        [] {
+                            vx::cine::start_module();
+                            return 1;
+                        }),
+              1);
     attachment_ = ::PortAttach(::PortLookup("cinema-db"), hear_resolved, &resolved, nullptr);
     ASSERT_NE(attachment_, 0u);
     vx::log::set_sink(capture, &lines);
@@ -77,7 +86,7 @@ void PackageTest::SetUp() {
 void PackageTest::TearDown() {
     vx::log::set_sink(nullptr, nullptr);
     ::PortDetach(::PortLookup("cinema-db"), attachment_);
-    CinemaShutdown();
+    vx::cine::stop_module();
 }
 
 }  // namespace vx::test

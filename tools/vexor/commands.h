@@ -20,12 +20,25 @@ struct Subcommand {
 
 int vexor_demo(int argc, char **argv);
 int vexor_env(int argc, char **argv);
+int vexor_gallery(int argc, char **argv);
 
 // In the order `vexor --help` lists them.
 inline constexpr Subcommand kSubcommands[] = {
-    {"demo", "key a few curves, undo an edit, print their values and plot them", vexor_demo,
+    {"demo", "build a small animated scene, evaluate it and plot its channels", vexor_demo,
      "usage: vexor demo\n"
      "       vexor demo --svg PATH\n"
+     "\n"
+     "Builds a scene of a few items whose channels are keyed and set in layered\n"
+     "actions (a bouncing ball, a sliding ball and a blend item whose modifier drives\n"
+     "its output from its inputs and the time), undoes and redoes a key, evaluates\n"
+     "the scene frame by frame, prints a table of the channels and draws them over\n"
+     "time with their keys.\n"
+     "\n"
+     "  --svg PATH   where to write the picture (default: vexor-demo.svg)\n"},
+    {"gallery", "key a few curves, undo an edit, plot them; build and select on a cube",
+     vexor_gallery,
+     "usage: vexor gallery\n"
+     "       vexor gallery --svg PATH\n"
      "\n"
      "Keys a few envelopes that show how curves continue past their keys (offset\n"
      "repeat, oscillate, repeat, linear) and the slope types between keys (auto,\n"
@@ -34,7 +47,7 @@ inline constexpr Subcommand kSubcommands[] = {
      "curves with their keys and tangent handles. Last it builds a cube mesh with UVs\n"
      "and part tags, marks a selection on it and enumerates the selection.\n"
      "\n"
-     "  --svg PATH   where to write the picture (default: vexor-demo.svg)\n"},
+     "  --svg PATH   where to write the picture (default: vexor-gallery.svg)\n"},
     {"env", "plot an envelope, or save it to a curve file", vexor_env,
      "usage: vexor env plot --key TIME:VALUE[:SLOPE] [--key ...] [options]\n"
      "       vexor env plot --file FILE [options]\n"

@@ -33,6 +33,7 @@ bool is_integer(Envelope *env) {
 }
 
 std::vector<EnvKey *> keys_of(Envelope *env) {
+    if (env == nullptr) return {};
     std::vector<EnvKey *> keys;
     EnvKeyList *list = EnvGetKeyList(env);
     for (EnvKey *k = list->head; k->succ != nullptr; k = k->succ) keys.push_back(k);
@@ -44,7 +45,7 @@ double key_value(Envelope *env, const EnvKey *key, int side) {
 }
 
 bool shows_handles(Envelope *env) {
-    return !is_integer(env) && EnvInterpolation(env) != ENV_INTERP_STEPPED;
+    return env != nullptr && !is_integer(env) && EnvInterpolation(env) != ENV_INTERP_STEPPED;
 }
 
 // A tick spacing of 1, 2, 2.5 or 5 times a power of ten giving about `count` ticks.
@@ -79,7 +80,15 @@ Frame frame_for(const std::vector<PlottedCurve> &curves, PlotSpan span) {
     double lo = HUGE_VAL, hi = -HUGE_VAL;
     for (const PlottedCurve &c : curves) {
         double a = 0.0, b = 0.0;
-        if (is_integer(c.env)) {
+        if (c.sample) {
+            a = HUGE_VAL;
+            b = -HUGE_VAL;
+            for (int i = 0; i <= kCurveSamples; ++i) {
+                const double v = c.sample(span.from + (span.to - span.from) * i / kCurveSamples);
+                a = std::min(a, v);
+                b = std::max(b, v);
+            }
+        } else if (is_integer(c.env)) {
             int ia = 0, ib = 0;
             EnvBoundsValueInt(c.env, span.from, span.to, &ia, &ib);
             a = ia;
@@ -161,7 +170,7 @@ void write_curve(std::FILE *f, const Frame &fr, const PlottedCurve &c, const cha
                  "<polyline fill='none' stroke='%s' stroke-width='2.2' "
                  "stroke-linejoin='round' points='",
                  colour);
-    for (double t : times) std::fprintf(f, "%.2f,%.2f ", fr.x(t), fr.y(curve_value(c.env, t)));
+    for (double t : times) std::fprintf(f, "%.2f,%.2f ", fr.x(t), fr.y(curve_value(c, t)));
     std::fputs("'/>\n", f);
 }
 
@@ -235,6 +244,10 @@ double curve_value(Envelope *env, double time) {
     return is_integer(env) ? EnvEvaluateInt(env, time) : EnvEvaluate(env, time);
 }
 
+double curve_value(const PlottedCurve &curve, double time) {
+    return curve.sample ? curve.sample(time) : curve_value(curve.env, time);
+}
+
 bool write_curve_plot(const char *path, const std::vector<PlottedCurve> &curves, PlotSpan span,
                       const std::string &title) {
     std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path, "w"));
@@ -286,7 +299,7 @@ void print_value_table(std::FILE *out, const std::vector<PlottedCurve> &curves, 
     for (; frame <= last; frame += step) {
         const double t = static_cast<double>(frame) / fps;
         std::fprintf(out, "%7ld %9.4f", frame, t);
-        for (const PlottedCurve &c : curves) std::fprintf(out, " %13.4f", curve_value(c.env, t));
+        for (const PlottedCurve &c : curves) std::fprintf(out, " %13.4f", curve_value(c, t));
         std::fputc('\n', out);
     }
 }

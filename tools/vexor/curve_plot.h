@@ -4,14 +4,18 @@
 #pragma once
 
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include <vexor/env.h>
 
+// A curve to draw: an envelope with its keys, or a sampled value (a channel read through an
+// evaluator) with, optionally, the envelope whose keys it passes through.
 struct PlottedCurve {
     std::string name;
-    Envelope *env;  // float or integer; not owned
+    Envelope *env;  // float or integer; not owned; may be null when sample is set
+    std::function<double(double)> sample = nullptr;  // the value at a time, when set
 };
 
 struct PlotSpan {
@@ -32,3 +36,5 @@ void print_value_table(std::FILE *out, const std::vector<PlottedCurve> &curves, 
 
 // The value of a float or integer envelope at a time.
 double curve_value(Envelope *env, double time);
+// The value of a plotted curve at a time: its sample when it has one, else its envelope's.
+double curve_value(const PlottedCurve &curve, double time);

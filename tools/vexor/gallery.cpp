@@ -1,4 +1,4 @@
-// `vexor demo`: envelopes at work, through the public C interface only. A few keyed curves show
+// `vexor gallery`: envelopes at work, through the public C interface only. A few keyed curves show
 // the ways a curve continues past its keys (offset repeat, oscillate, repeat, linear) and the
 // slope types that shape it between keys (auto, linear in and out, auto flat, stepped, manual
 // with stored weights and a broken tangent). One edit is undone and redone through the undo
@@ -57,7 +57,7 @@ EnvKey *key_number(Envelope *env, int i) {
     return nullptr;
 }
 
-// The curves of the demo, each named for what it shows.
+// The curves of the gallery, each named for what it shows.
 std::vector<PlottedCurve> build_curves() {
     std::vector<PlottedCurve> curves;
     curves.push_back(
@@ -200,13 +200,13 @@ int show_mesh() {
 
 }  // namespace
 
-int vexor_demo(int argc, char **argv) {
-    const char *svg_path = "vexor-demo.svg";
+int vexor_gallery(int argc, char **argv) {
+    const char *svg_path = "vexor-gallery.svg";
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], "--svg") == 0 && i + 1 < argc) {
             svg_path = argv[++i];
         } else {
-            std::fprintf(stderr, "vexor demo: unknown argument '%s'\n", argv[i]);
+            std::fprintf(stderr, "vexor gallery: unknown argument '%s'\n", argv[i]);
             return 2;
         }
     }
@@ -214,7 +214,7 @@ int vexor_demo(int argc, char **argv) {
     std::vector<PlottedCurve> curves = build_curves();  // built before undo records anything
     for (const PlottedCurve &c : curves) {
         if (c.env == nullptr) {
-            std::fputs("vexor demo: out of memory building the curves\n", stderr);
+            std::fputs("vexor gallery: out of memory building the curves\n", stderr);
             return 1;
         }
     }
@@ -228,11 +228,11 @@ int vexor_demo(int argc, char **argv) {
     std::printf("Values every quarter second (%g frames per second):\n", kFps);
     print_value_table(stdout, curves, span, kFps, 6);
 
-    const bool written = write_curve_plot(svg_path, curves, span, "vexor demo: envelopes");
+    const bool written = write_curve_plot(svg_path, curves, span, "vexor gallery: envelopes");
     UndoSysShutdown();
     for (const PlottedCurve &c : curves) EnvDestroyNoUndo(c.env);
     if (!written) {
-        std::perror(("vexor demo: writing " + std::string(svg_path)).c_str());
+        std::perror(("vexor gallery: writing " + std::string(svg_path)).c_str());
         return 1;
     }
     std::printf("\nPlot of the curves, keys and tangent handles written to %s\n", svg_path);

@@ -1,0 +1,277 @@
+// Evaluators and their caches: sharing, reuse by nearest time and least wanted action,
+// re-timing, invalidation by action edits, private caches, and the failures.
+#include <cstring>
+
+#include <vexor/failure.h>
+
+#include "eval/eval_data.h"
+#include "eval_fixture.h"
+
+namespace vx::test {
+namespace {
+
+using Caches = EvalTest;
+
+const eval::ValueRecord *record_of(CineEval *ev, CineItem *item, unsigned channel) {
+    return ev->cache != nullptr ? ev->cache->find({item, channel}) : nullptr;
+}
+
+TEST_F(Caches, SharedEvaluatorsAtOneActionAndTimeShareACacheAndItsValues) {
+    CineItem *item = probe();
+    animate(action(9), item, kA, 0.0, 10.0);
+    CineEval *one = CineEvalCreate(scene);
+    CineEval *two = CineEvalCreateSpecial(scene, 1);  // mode 1 is shared, as mode 0
+    for (CineEval *ev : {one, two}) {
+        CineEvalSetAction(ev, action(9));
+        CineEvalSetTime(ev, 0.5);
+        ASSERT_EQ(CinemaEvaluate(ev), 1);
+    }
+    ASSERT_NE(one->cache, nullptr);
+    EXPECT_EQ(one->cache, two->cache);
+    EXPECT_EQ(one->cache->refs, 2);
+    EXPECT_DOUBLE_EQ(CineEvalChannel(one, item, kA), 5.0);
+    // The second evaluator reads the record the first one filled.
+    EXPECT_EQ(CineEvalChannelVal(two, item, kA), CineEvalChannelVal(one, item, kA));
+    EXPECT_EQ(eval::find_eval_data(*scene)->caches.size(), 1u);
+
+    // The same time again keeps the cache and its values.
+    const eval::ValueRecord *before = record_of(one, item, kA);
+    CineEvalSetTime(one, 0.5);
+    EXPECT_EQ(record_of(one, item, kA), before);
+    EXPECT_TRUE(one->cache->current(*record_of(one, item, kA)));
+
+    // Another time detaches; the next read gets another cache while the first is held.
+    CineEvalSetTime(two, 0.25);
+    EXPECT_EQ(two->cache, nullptr);
+    EXPECT_EQ(one->cache->refs, 1);
+    EXPECT_DOUBLE_EQ(CineEvalChannel(two, item, kA), 2.5);
+    EXPECT_NE(two->cache, one->cache);
+    CineEvalDestroy(one);
+    CineEvalDestroy(two);
+}
+
+TEST_F(Caches, AFreeCacheIsReusedByNearestTimeAndDropsOnlyAnimatedValues) {
+    CineItem *item = probe();
+    animate(action(9), item, kA, 0.0, 10.0);
+    ASSERT_EQ(CineActionSetConstant(action(9), item, kB, 4.0), 1);
+    CineEval *early = CineEvalCreate(scene);
+    CineEval *late = CineEvalCreate(scene);
+    CineEvalSetAction(early, action(9));
+    CineEvalSetAction(late, action(9));
+    CineEvalSetTime(late, 10.0);
+    ASSERT_EQ(CinemaEvaluate(early), 1);
+    ASSERT_EQ(CinemaEvaluate(late), 1);
+    eval::Cache *at0 = early->cache;
+    eval::Cache *at10 = late->cache;
+    ASSERT_NE(at0, at10);
+    EXPECT_DOUBLE_EQ(CineEvalChannel(early, item, kA), 0.0);
+    EXPECT_DOUBLE_EQ(CineEvalChannel(early, item, kB), 4.0);
+    const eval::ValueRecord *constant = record_of(early, item, kB);
+
+    // Both let go; time 3 is nearer to 0 than to 10.
+    CineEvalSetTime(early, 3.0);
+    CineEvalSetTime(late, 11.0);
+    ASSERT_EQ(CinemaEvaluate(early), 1);
+    EXPECT_EQ(early->cache, at0);
+    EXPECT_DOUBLE_EQ(at0->time(), 3.0);
+    // The constant survived the re-timing untouched; the animated value was dropped.
+    EXPECT_TRUE(at0->current(*constant));
+    EXPECT_FALSE(at0->current(*record_of(early, item, kA)));
+    EXPECT_DOUBLE_EQ(CineEvalChannel(early, item, kA), 10.0);  // linear, held after the last key
+    EXPECT_EQ(record_of(early, item, kB), constant);
+    ASSERT_EQ(CinemaEvaluate(late), 1);
+    EXPECT_EQ(late->cache, at10);
+    EXPECT_EQ(eval::find_eval_data(*scene)->caches.size(), 2u);
+    CineEvalDestroy(early);
+    CineEvalDestroy(late);
+}
+
+TEST_F(Caches, WithoutAFreeCacheOfItsActionAnEvaluatorTakesTheLeastWantedOne) {
+    CineItem *item = probe();
+    ASSERT_EQ(CineActionSetConstant(action(0), item, kA, 3.0), 1);
+    CineEval *edit = CineEvalCreate(scene);
+    CineEval *anim = CineEvalCreate(scene);
+    CineEvalSetAction(edit, action(9));
+    CineEvalSetAction(anim, action(1));
+    ASSERT_EQ(CinemaEvaluate(edit), 1);
+    ASSERT_EQ(CinemaEvaluate(anim), 1);
+    eval::Cache *edit_cache = edit->cache;
+    eval::Cache *anim_cache = anim->cache;
+    CineEvalDestroy(edit);       // its cache is free and nobody wants "edit"
+    CineEvalSetTime(anim, 2.0);  // free too, but "anim" still wants "scene"
+    CineEval *setup = CineEvalCreate(scene);
+    CineEvalSetAction(setup, action(0));
+    ASSERT_EQ(CinemaEvaluate(setup), 1);
+    EXPECT_EQ(setup->cache, edit_cache);
+    EXPECT_EQ(edit_cache->action(), action(0));
+    EXPECT_DOUBLE_EQ(CineEvalChannel(setup, item, kA), 3.0);
+    ASSERT_EQ(CinemaEvaluate(anim), 1);
+    EXPECT_EQ(anim->cache, anim_cache);
+    CineEvalDestroy(setup);
+    CineEvalDestroy(anim);
+}
+
+TEST_F(Caches, EditsOfActionsAndTheirEnvelopesDropTheValuesTheyTouch) {
+    CineItem *item = probe();
+    Envelope *env = animate(action(1), item, kA, 0.0, 10.0);
+    CineEval *ev = CineEvalCreate(scene);
+    CineEvalSetAction(ev, action(9));
+    CineEvalSetTime(ev, 1.0);
+    EXPECT_DOUBLE_EQ(CineEvalChannel(ev, item, kA), 10.0);
+    EXPECT_DOUBLE_EQ(CineEvalChannel(ev, item, kB), 2.0);  // the package default
+    // An entry in a later action of the order, and a key of an envelope held by an action.
+    ASSERT_EQ(CineActionSetConstant(action(0), item, kB, 8.0), 1);
+    EXPECT_DOUBLE_EQ(CineEvalChannel(ev, item, kB), 8.0);
+    ASSERT_NE(EnvAddKey(env, 1.0, 20.0), nullptr);
+    EXPECT_DOUBLE_EQ(CineEvalChannel(ev, item, kA), 20.0);
+    // An entry in "edit" masks the one in "scene".
+    ASSERT_EQ(CineActionSetConstant(action(9), item, kA, -1.0), 1);
+    EXPECT_DOUBLE_EQ(CineEvalChannel(ev, item, kA), -1.0);
+    CineEvalDestroy(ev);
+}
+
+TEST_F(Caches, PrivateEvaluatorsKeepTheirOwnCacheAndReTimeAtOnce) {
+    CineItem *item = probe();
+    animate(action(9), item, kA, 0.0, 10.0);
+    CineEval *shared = CineEvalCreate(scene);
+    CineEval *map = CineEvalCreateSpecial(scene, 2);
+    CineEval *slots = CineEvalCreateSpecial(scene, 3);
+    for (CineEval *ev : {shared, map, slots}) {
+        CineEvalSetAction(ev, action(9));
+        CineEvalSetTime(ev, 0.2);
+        EXPECT_DOUBLE_EQ(CineEvalChannel(ev, item, kA), 2.0);
+    }
+    EXPECT_NE(map->cache, shared->cache);
+    EXPECT_NE(slots->cache, shared->cache);
+    EXPECT_NE(map->cache, slots->cache);
+    EXPECT_TRUE(map->cache->is_private());
+    CineEvalSetTime(map, 0.7);
+    EXPECT_DOUBLE_EQ(map->cache->time(), 0.7);  // at once, not at the next read
+    EXPECT_DOUBLE_EQ(CineEvalChannel(map, item, kA), 7.0);
+    EXPECT_DOUBLE_EQ(CineEvalChannel(slots, item, kA), 2.0);
+    // A private evaluator that changes action drops the values of the old one.
+    ASSERT_EQ(CineActionSetConstant(action(1), item, kA, 5.0), 1);
+    CineEvalSetAction(slots, action(1));
+    EXPECT_DOUBLE_EQ(CineEvalChannel(slots, item, kA), 5.0);
+    CineEvalDestroy(map);
+    CineEvalDestroy(slots);
+    EXPECT_EQ(eval::find_eval_data(*scene)->caches.size(), 1u);
+    CineEvalDestroy(shared);
+}
+
+TEST_F(Caches, NoActionAndForeignActionsFailAndChangeNothing) {
+    CineItem *item = probe();
+    CineEval *ev = CineEvalCreate(scene);
+    VxClearFailure();
+    EXPECT_EQ(CinemaEvaluate(ev), 0);
+    EXPECT_EQ(VxLastFailure().code, 0x80000003u);
+    EXPECT_EQ(CineEvalChannel(ev, item, kA), 0.0);
+    EXPECT_FALSE(lines_with("#[fail] <eval_evaluator>").empty());
+
+    Cinema *other = CinemaCreate(0);
+    ASSERT_NE(other, nullptr);
+    CineEvalSetAction(ev, action(9));
+    VxClearFailure();
+    CineEvalSetAction(ev, CineActionGetDefault(other, 9));
+    EXPECT_EQ(VxLastFailure().code, 0x80000003u);
+    EXPECT_EQ(CineEvalAction(ev), action(9));
+    // An item of the other scene is refused too.
+    CineItem *stranger = CineItemCreate(other, probe_type);
+    EXPECT_EQ(CineEvalChannel(ev, stranger, kA), 0.0);
+    EXPECT_EQ(CineEvalChannel(ev, item, 99), 0.0);
+    EXPECT_DOUBLE_EQ(CineEvalChannel(ev, item, kA), 1.0);
+    CineEvalDestroy(ev);
+    eval::destroy_eval_data(*other);
+    CinemaDestroy(other);
+}
+
+TEST_F(Caches, MatrixIntegerAndRawReads) {
+    CineItem *item = probe();
+    const double *identity =
+        static_cast<const double *>(CineEvalRawChannelVal(nullptr, item, kMatrix));
+    EXPECT_EQ(identity, nullptr);  // no evaluator
+    CineEval *ev = CineEvalCreate(scene);
+    CineEvalSetAction(ev, action(9));
+    const auto *m = static_cast<const double *>(CineEvalChannelVal(ev, item, kMatrix));
+    ASSERT_NE(m, nullptr);
+    EXPECT_EQ(m[0], 1.0);
+    EXPECT_EQ(m[3], 0.0);
+    double moved[16] = {1, 0, 0, 4, 0, 1, 0, 5, 0, 0, 1, 6, 0, 0, 0, 1};
+    ASSERT_EQ(CineActionSetConstantMatrix(action(1), item, kMatrix, moved), 1);
+    m = static_cast<const double *>(CineEvalChannelVal(ev, item, kMatrix));
+    ASSERT_NE(m, nullptr);
+    EXPECT_EQ(std::memcmp(m, moved, sizeof moved), 0);
+    const auto *raw = static_cast<const double *>(CineEvalRawChannelVal(ev, item, kMatrix));
+    ASSERT_NE(raw, nullptr);
+    EXPECT_EQ(std::memcmp(raw, moved, sizeof moved), 0);
+
+    EXPECT_EQ(CineEvalChannelInt(ev, item, kCount), 7);
+    Envelope *env = animate(action(9), item, kA, 0.0, 10.0);
+    EXPECT_EQ(CineEvalRawChannelEnv(ev, item, kA), env);
+    EXPECT_EQ(CineEvalRawChannelEnv(ev, item, kB), nullptr);
+    CineEvalSetTime(ev, 0.26);
+    EXPECT_EQ(CineEvalChannelInt(ev, item, kA), 3);  // 2.6 rounds to 3
+    CineEvalDestroy(ev);
+}
+
+TEST_F(Caches, BakingReadsAtTheBakeTimeAndDropsWhatItReadWhenClosed) {
+    CineItem *item = probe();
+    animate(action(9), item, kA, 0.0, 10.0);
+    CineEval *ev = CineEvalCreate(scene);
+    CineEval *watcher = CineEvalCreate(scene);
+    CineEvalSetAction(ev, action(9));
+    CineEvalSetAction(watcher, action(9));
+    CineEvalSetTime(ev, 0.1);
+    CineEvalSetTime(watcher, 0.5);
+    EXPECT_DOUBLE_EQ(CineEvalChannel(watcher, item, kA), 5.0);
+
+    CineEvalBeginBake(ev, 0.5);
+    EXPECT_DOUBLE_EQ(CineEvalChannel(ev, item, kA), 5.0);
+    EXPECT_EQ(ev->cache, watcher->cache);
+    EXPECT_EQ(CineChannelIsBaked(item, kA), 1);
+    EXPECT_EQ(CineChannelIsBaked(item, kB), 0);
+    EXPECT_EQ(CineEvalEndBake(ev), 1);
+    EXPECT_EQ(CineChannelIsBaked(item, kA), 0);
+    EXPECT_FALSE(watcher->cache->current(*record_of(watcher, item, kA)));
+    EXPECT_DOUBLE_EQ(CineEvalTime(ev), 0.1);
+    EXPECT_DOUBLE_EQ(CineEvalChannel(ev, item, kA), 1.0);
+    EXPECT_EQ(CineEvalEndBake(ev), 0);  // no bracket open
+
+    // A failed read inside the bracket makes its result 0.
+    CineEvalBeginBake(ev, 0.5);
+    EXPECT_EQ(CineEvalChannel(ev, item, 99), 0.0);
+    EXPECT_EQ(CineEvalEndBake(ev), 0);
+    CineEvalDestroy(ev);
+    CineEvalDestroy(watcher);
+}
+
+TEST_F(Caches, ADriverReadsInTheCacheItHolds) {
+    CineItem *item = probe();
+    animate(action(9), item, kA, 0.0, 10.0);
+    CineEval *ev = CineEvalCreate(scene);
+    CineEvalSetAction(ev, action(9));
+    CineEvalSetTime(ev, 0.3);
+    void *driver = CineEvalGetDriver(ev);
+    ASSERT_NE(driver, nullptr);
+    EXPECT_STREQ(XObjectClassName(driver), "eval.cache");
+    void *table = nullptr;
+    ASSERT_EQ(XObjectQueryInterface(driver, CINE_EVAL_DRIVER_GUID, &table), VX_OK);
+    const auto *methods = static_cast<const CineEvalDriverMethods *>(table);
+    EXPECT_DOUBLE_EQ(methods->Time(driver), 0.3);
+    EXPECT_EQ(methods->Action(driver), action(9));
+    EXPECT_DOUBLE_EQ(methods->Channel(driver, item, kA), 3.0);
+    EXPECT_EQ(ev->cache->refs, 2);
+    // The evaluator moves on; the driver's cache is not free for it to take.
+    eval::Cache *held = ev->cache;
+    CineEvalSetTime(ev, 0.9);
+    EXPECT_DOUBLE_EQ(CineEvalChannel(ev, item, kA), 9.0);
+    EXPECT_NE(ev->cache, held);
+    EXPECT_DOUBLE_EQ(methods->Channel(driver, item, kA), 3.0);
+    XObjectRelease(driver);  // the query's reference
+    XObjectRelease(driver);
+    EXPECT_EQ(held->refs, 0);
+    CineEvalDestroy(ev);
+}
+
+}  // namespace
+}  // namespace vx::test

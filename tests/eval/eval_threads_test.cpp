@@ -1,0 +1,90 @@
+// Private evaluators read channels on several threads while the main thread evaluates with
+// shared ones. Each thread reads animated channels whose envelopes only it evaluates (an
+// envelope may not be evaluated by two threads at once), constants and defaults that every
+// thread reads, and the output of one modifier node that every thread runs.
+#include <atomic>
+#include <cmath>
+#include <thread>
+
+#include "eval/modifier_builtin.h"
+#include "eval_fixture.h"
+
+namespace vx::test {
+namespace {
+
+using Threads = EvalTest;
+
+constexpr std::size_t kWorkers = 4;
+constexpr int kItems = 6;
+constexpr int kFrames = 120;
+
+TEST_F(Threads, PrivateEvaluatorsReadOnWorkersWhileTheMainThreadEvaluates) {
+    CineAction *edit = action(9);
+    CineItem *blend = CineItemCreate(scene, CineLookupType(eval::kLinearBlend));
+    ASSERT_NE(blend, nullptr);
+    const auto output = static_cast<unsigned>(CineItemLookupChannel(blend, "output"));
+    ASSERT_EQ(
+        CineActionSetConstant(edit, blend, unsigned(CineItemLookupChannel(blend, "inputA")), 1.0),
+        1);
+    ASSERT_EQ(CineActionSetConstant(edit, blend,
+                                    unsigned(CineItemLookupChannel(blend, "timeWeight")), 1.0),
+              1);
+    CineItem *common = probe();
+    ASSERT_EQ(CineActionSetConstant(edit, common, kB, 42.0), 1);
+    // Items of worker w start at w and rise by 10 over one second; the main thread's are last.
+    std::vector<std::vector<CineItem *>> own(kWorkers + 1);
+    for (std::size_t w = 0; w <= kWorkers; ++w) {
+        for (int i = 0; i < kItems; ++i) {
+            own[w].push_back(probe());
+            animate(edit, own[w].back(), kA, double(w), double(w) + 10.0);
+        }
+    }
+
+    std::atomic<int> wrong{0};
+    auto check = [&](CineEval *ev, std::size_t w, double time) {
+        for (CineItem *item : own[w]) {
+            if (std::fabs(CineEvalChannel(ev, item, kA) - (double(w) + 10.0 * time)) > 1e-9)
+                ++wrong;
+        }
+        if (CineEvalChannel(ev, common, kB) != 42.0) ++wrong;
+        if (CineEvalChannel(ev, common, kA) != 1.0) ++wrong;
+        if (std::fabs(CineEvalChannel(ev, blend, output) - (1.0 + time)) > 1e-9) ++wrong;
+    };
+    std::vector<std::thread> workers;
+    for (std::size_t w = 0; w < kWorkers; ++w) {
+        workers.emplace_back([&, w] {
+            CineEval *ev = nullptr;
+            for (int f = 0; f < kFrames; ++f) {
+                if (f % 40 == 0) {
+                    // Making and dropping evaluators changes the scene's lists meanwhile.
+                    CineEvalDestroy(ev);
+                    ev = CineEvalCreateSpecial(scene, w % 2 == 0 ? 2u : 3u);
+                    CineEvalSetAction(ev, edit);
+                }
+                const double time = f / double(kFrames);
+                CineEvalSetTime(ev, time);
+                check(ev, w, time);
+            }
+            CineEvalDestroy(ev);
+        });
+    }
+    CineEval *main_eval = CineEvalCreate(scene);
+    CineEvalSetAction(main_eval, edit);
+    for (int f = 0; f < kFrames; ++f) {
+        const double time = f / double(kFrames);
+        CineEvalSetTime(main_eval, time);
+        if (CinemaEvaluate(main_eval) != 1) ++wrong;
+        check(main_eval, kWorkers, time);
+        CineEval *passer = CineEvalCreate(scene);
+        CineEvalSetAction(passer, edit);
+        CineEvalSetTime(passer, 1.0 - time);
+        if (CinemaEvaluate(passer) != 1) ++wrong;
+        CineEvalDestroy(passer);
+    }
+    for (std::thread &worker : workers) worker.join();
+    CineEvalDestroy(main_eval);
+    EXPECT_EQ(wrong.load(), 0);
+}
+
+}  // namespace
+}  // namespace vx::test

@@ -1,0 +1,210 @@
+// `vexor demo`: a small animated scene, through the public C interface only.
+//
+// A package defines a ball type with a position vector and a squash channel. Two balls and a
+// "linearBlend" item (the modifier this library ships) go into a scene. The "scene" action
+// keys the first ball's height as a bounce and slides the second ball; the "edit" action,
+// which is looked through first, overrides a constant of the second ball; the blend item's
+// inputs are keyed and weighted, and its modifier drives its output from them and the time.
+// One key is set, undone and redone. Then one shared evaluator reads the channels frame by
+// frame for a table and samples them for an SVG picture with their keys.
+#include <cstdio>
+#include <cstring>
+#include <initializer_list>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <vexor/action.h>
+#include <vexor/cinema.h>
+#include <vexor/env.h>
+#include <vexor/eval.h>
+#include <vexor/failure.h>
+#include <vexor/package.h>
+#include <vexor/scene.h>
+#include <vexor/undo.h>
+#include <vexor/version.h>
+
+#include "curve_plot.h"
+
+namespace {
+
+constexpr double kFps = 24.0;
+constexpr const char *kBall = "demoBall";
+
+struct Key {
+    double time;
+    double value;
+};
+
+// Defines the ball type: a position vector and a squash factor that rests at 1.
+bool define_ball() {
+    CinePackageDefine(kBall);
+    const int added = CinePackageAddChannel(
+        kBall, CINE_CH_NAME, "pos", VX_STORE_FLOAT, static_cast<const char *>(nullptr),
+        CINE_CH_VECTOR, CINE_VECTOR_XYZ, static_cast<const char *>(nullptr), CINE_CH_USAGE,
+        CINE_USAGE_DISTANCE, CINE_CH_NAME, "squash", VX_STORE_FLOAT,
+        static_cast<const char *>(nullptr), CINE_CH_DEFAULT, 1.0, CINE_CH_NAME,
+        static_cast<const char *>(nullptr));
+    return added != 0 && CineDefineType(0, 0, kBall) != CINE_TYPE_NONE;
+}
+
+CineItem *make_item(Cinema *scene, const char *type, const char *name) {
+    CineItem *item = CineItemCreate(scene, CineLookupType(type));
+    if (item != nullptr && name != nullptr) CineItemSetName(item, name);
+    return item;
+}
+
+unsigned channel(CineItem *item, const char *name) {
+    const int index = CineItemLookupChannel(item, name);
+    return index < 0 ? 0xFFFFFFFFu : static_cast<unsigned>(index);
+}
+
+// Keys a channel in an action with an envelope of its own, slopes automatic.
+bool key_channel(CineAction *action, CineItem *item, const char *name,
+                 std::initializer_list<Key> keys, unsigned post) {
+    Envelope *env = EnvCreate(nullptr);
+    if (env == nullptr) return false;
+    for (const Key &k : keys) EnvAddKey(env, k.time, k.value);
+    EnvSetPostBehavior(env, post);
+    if (CineActionSetEnvelope(action, item, channel(item, name), env) == 0) {
+        EnvDestroyNoUndo(env);
+        return false;
+    }
+    return true;
+}
+
+struct Scene {
+    Cinema *cinema = nullptr;
+    CineItem *bounce = nullptr;
+    CineItem *slide = nullptr;
+    CineItem *blend = nullptr;
+};
+
+bool build(Scene &s) {
+    if (!define_ball()) return false;
+    s.cinema = CinemaCreate(0);
+    if (s.cinema == nullptr) return false;
+    s.bounce = make_item(s.cinema, kBall, "Ball");
+    s.slide = make_item(s.cinema, kBall, "Ball");  // named "Ball (2)" by the unique-name rule
+    s.blend = make_item(s.cinema, "linearBlend", "Follow");
+    if (s.bounce == nullptr || s.slide == nullptr || s.blend == nullptr) return false;
+
+    CineAction *scene = CineActionGetDefault(s.cinema, 1);
+    CineAction *edit = CineActionGetDefault(s.cinema, 9);
+    bool ok =
+        key_channel(scene, s.bounce, "pos.Y", {{0.0, 2.0}, {0.5, 0.0}, {1.0, 2.0}},
+                    ENV_BEHAVIOR_REPEAT) &&
+        key_channel(scene, s.bounce, "squash", {{0.4, 1.0}, {0.5, 0.6}, {0.6, 1.0}},
+                    ENV_BEHAVIOR_CONSTANT) &&
+        key_channel(scene, s.slide, "pos.X", {{0.0, -1.0}, {2.0, 1.5}}, ENV_BEHAVIOR_LINEAR) &&
+        key_channel(scene, s.blend, "inputA", {{0.0, 0.0}, {1.0, 1.0}, {2.0, 0.0}},
+                    ENV_BEHAVIOR_CONSTANT);
+    // The scene action places the sliding ball at height 1; the edit action, seen first,
+    // lifts it to 1.25 without touching the scene action's value.
+    ok = ok && CineActionSetConstant(scene, s.slide, channel(s.slide, "pos.Y"), 1.0) != 0 &&
+         CineActionSetConstant(edit, s.slide, channel(s.slide, "pos.Y"), 1.25) != 0 &&
+         CineActionSetConstant(scene, s.blend, channel(s.blend, "inputB"), 0.5) != 0 &&
+         CineActionSetConstant(scene, s.blend, channel(s.blend, "weightA"), 0.8) != 0 &&
+         CineActionSetConstant(scene, s.blend, channel(s.blend, "timeWeight"), -0.25) != 0;
+    return ok;
+}
+
+// One key set on the bounce through the action, undone and redone through the undo system.
+void show_undo(Scene &s, CineEval *eval) {
+    CineAction *scene = CineActionGetDefault(s.cinema, 1);
+    const unsigned y = channel(s.bounce, "pos.Y");
+    const double t = 0.25;
+    auto height = [&] {
+        CineEvalSetTime(eval, t);
+        return CineEvalChannel(eval, s.bounce, y);
+    };
+    std::printf("Undo at work on %s pos.Y at %g s:\n", CineItemUniqueName(s.bounce), t);
+    std::printf("  value:             %8.4f\n", height());
+    CineActionSetValue(scene, s.bounce, y, 1.8, t);
+    std::printf("  keyed to 1.8:      %8.4f   (undo steps %u)\n", height(), UndoSysUndoCount());
+    UndoSysUndo();
+    std::printf("  undone:            %8.4f   (redo steps %u)\n", height(), UndoSysRedoCount());
+    UndoSysRedo();
+    std::printf("  redone:            %8.4f\n", height());
+    UndoSysUndo();
+    std::printf("  undone again for the table and the picture: %.4f\n\n", height());
+}
+
+// A channel read through the evaluator, drawn with the keys of the envelope that governs it.
+PlottedCurve channel_curve(CineEval *eval, CineItem *item, const char *name) {
+    const unsigned index = channel(item, name);
+    return {std::string(CineItemUniqueName(item)) + " " + name,
+            CineEvalRawChannelEnv(eval, item, index), [eval, item, index](double t) {
+                CineEvalSetTime(eval, t);
+                return CineEvalChannel(eval, item, index);
+            }};
+}
+
+int run(Scene &s, const char *svg_path) {
+    CineEval *eval = CineEvalCreate(s.cinema);
+    if (eval == nullptr) return 1;
+    CineEvalSetAction(eval, CineActionGetDefault(s.cinema, 9));
+    if (CinemaEvaluate(eval) == 0) {
+        std::fprintf(stderr, "vexor demo: evaluation failed: %s\n", VxLastFailure().text);
+        return 1;
+    }
+    std::printf("vexor %s: a scene of %u items, evaluated through the action \"%s\"\n", VxVersion(),
+                CinemaItemCount(s.cinema), CineActionName(CineEvalAction(eval)));
+    std::printf("Action order:");
+    for (unsigned i = 0; i < CineActionOrderCount(s.cinema); ++i) {
+        std::printf("%s %s", i == 0 ? "" : " ->",
+                    CineActionName(CineActionOrderByIndex(s.cinema, i)));
+    }
+    std::printf("\nModifier nodes: %u\n\n", CinemaModNodeCount(s.cinema));
+    show_undo(s, eval);
+
+    const std::vector<PlottedCurve> curves = {
+        channel_curve(eval, s.bounce, "pos.Y"), channel_curve(eval, s.bounce, "squash"),
+        channel_curve(eval, s.slide, "pos.X"),  channel_curve(eval, s.slide, "pos.Y"),
+        channel_curve(eval, s.blend, "inputA"), channel_curve(eval, s.blend, "output"),
+    };
+    const PlotSpan span{0.0, 2.0};
+    std::printf("Channels every sixth frame (%g frames per second):\n", kFps);
+    print_value_table(stdout, curves, span, kFps, 6);
+    const bool written =
+        write_curve_plot(svg_path, curves, span, "vexor demo: channels of a scene over time");
+    CineEvalDestroy(eval);
+    if (!written) {
+        std::perror(("vexor demo: writing " + std::string(svg_path)).c_str());
+        return 1;
+    }
+    std::printf("\nPlot of the channels and their keys written to %s\n", svg_path);
+    return 0;
+}
+
+}  // namespace
+
+int vexor_demo(int argc, char **argv) {
+    const char *svg_path = "vexor-demo.svg";
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--svg") == 0 && i + 1 < argc) {
+            svg_path = argv[++i];
+        } else {
+            std::fprintf(stderr, "vexor demo: unknown argument '%s'\n", argv[i]);
+            return 2;
+        }
+    }
+    UndoSysStartup();
+    CinemaStartup();
+    Scene scene;
+    int code = 1;
+    // The scene is built outside the undo history, so the one step shown is the key below.
+    UndoSysSuspend();
+    const bool built = build(scene);
+    UndoSysResume();
+    if (built) {
+        code = run(scene, svg_path);
+    } else {
+        std::fprintf(stderr, "vexor demo: building the scene failed: %s\n", VxLastFailure().text);
+    }
+    UndoSysClear();
+    if (scene.cinema != nullptr) CinemaDestroy(scene.cinema);
+    CinemaShutdown();
+    UndoSysShutdown();
+    return code;
+}
