@@ -66,36 +66,33 @@ Scene &bench_scene() {
     return s;
 }
 
-// One iteration is one frame: the evaluator moves to the frame's time and reads every animated
-// channel, which the re-timed cache has dropped.
-void BM_AnimatedChannelsPerFrame(benchmark::State &state) {
+// One iteration is one frame: the evaluator moves to the frame's time, `before` runs, and every
+// item's channel `channel` is read.
+template <class Before>
+void read_frames(benchmark::State &state, unsigned channel, Before before) {
     Scene &s = bench_scene();
     int frame = 0;
     for (auto _ : state) {
         CineEvalSetTime(s.eval, (frame++ % kFrames) * kFrame);
         CinemaEvaluate(s.eval);
+        before(s);
         double total = 0.0;
-        for (CineItem *item : s.items) total += CineEvalChannel(s.eval, item, 0);
+        for (CineItem *item : s.items) total += CineEvalChannel(s.eval, item, channel);
         benchmark::DoNotOptimize(total);
     }
     state.SetItemsProcessed(state.iterations() * kChannels);
+}
+
+// Animated channels, which the re-timed cache has dropped.
+void BM_AnimatedChannelsPerFrame(benchmark::State &state) {
+    read_frames(state, 0, [](Scene &) {});
 }
 BENCHMARK(BM_AnimatedChannelsPerFrame);
 
 // The same, with every value dropped before each frame (as after an edit of the action), so
 // that each read goes the whole way: the action's entry, the envelope, the store.
 void BM_AnimatedChannelsRecomputed(benchmark::State &state) {
-    Scene &s = bench_scene();
-    int frame = 0;
-    for (auto _ : state) {
-        CineEvalSetTime(s.eval, (frame++ % kFrames) * kFrame);
-        CinemaEvaluate(s.eval);
-        s.eval->cache->invalidate_all();
-        double total = 0.0;
-        for (CineItem *item : s.items) total += CineEvalChannel(s.eval, item, 0);
-        benchmark::DoNotOptimize(total);
-    }
-    state.SetItemsProcessed(state.iterations() * kChannels);
+    read_frames(state, 0, [](Scene &s) { s.eval->cache->invalidate_all(); });
 }
 BENCHMARK(BM_AnimatedChannelsRecomputed);
 
@@ -116,16 +113,7 @@ BENCHMARK(BM_EnvelopesPerFrame);
 // Constant channels after a move to a new time: the cache is re-timed (nothing constant is
 // dropped) and every read is a hit.
 void BM_ConstantChannelsAtNewTime(benchmark::State &state) {
-    Scene &s = bench_scene();
-    int frame = 0;
-    for (auto _ : state) {
-        CineEvalSetTime(s.eval, (frame++ % kFrames) * kFrame);
-        CinemaEvaluate(s.eval);
-        double total = 0.0;
-        for (CineItem *item : s.items) total += CineEvalChannel(s.eval, item, 1);
-        benchmark::DoNotOptimize(total);
-    }
-    state.SetItemsProcessed(state.iterations() * kChannels);
+    read_frames(state, 1, [](Scene &) {});
 }
 BENCHMARK(BM_ConstantChannelsAtNewTime);
 

@@ -374,7 +374,7 @@ VX_API CineTypeList *CineTypeListCreate(CineTypeFilterFunc filter, void *client,
             resolve_all();
             build_list(*list);
         }
-        r.lists.insert(r.lists.begin(), list.get());
+        r.lists.push_front(list.get());
         return list.release();
     });
 }
@@ -387,7 +387,7 @@ VX_API CineTypeList *CineTypeListIfcCreate(const char *guid) {
         list->filter = supports_filter;
         list->guid = std::move(canonical);
         list->client = list->guid.data();
-        r.lists.insert(r.lists.begin(), list.get());
+        r.lists.push_front(list.get());
         return list.release();
     });
 }

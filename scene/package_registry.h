@@ -11,6 +11,7 @@
 #include <vexor/package.h>
 
 #include <cstdint>
+#include <deque>
 #include <list>
 #include <memory>
 #include <set>
@@ -89,9 +90,9 @@ struct Registry {
     PackageDef *current = nullptr;
     CineSynthNameFunc default_synth = nullptr;
     std::unordered_map<std::string, std::unique_ptr<CinePackage>> packages;
-    std::vector<CinePackage *> known;   // the records in order of registration
-    std::vector<CinePackage *> types;   // resolved types by ascending code
-    std::vector<CineTypeList *> lists;  // newest first
+    std::vector<CinePackage *> known;  // the records in order of registration
+    std::vector<CinePackage *> types;  // resolved types by ascending code
+    std::deque<CineTypeList *> lists;  // newest first
     std::uint32_t next_code = CINE_TYPE_AUTO_FIRST;
     bool all_resolved = false;
     bool masks_built = false;

@@ -303,3 +303,15 @@ void print_value_table(std::FILE *out, const std::vector<PlottedCurve> &curves, 
         std::fputc('\n', out);
     }
 }
+
+bool read_svg_option(const char *command, int argc, char **argv, const char **svg_path) {
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--svg") == 0 && i + 1 < argc) {
+            *svg_path = argv[++i];
+        } else {
+            std::fprintf(stderr, "vexor %s: unknown argument '%s'\n", command, argv[i]);
+            return false;
+        }
+    }
+    return true;
+}

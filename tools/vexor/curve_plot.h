@@ -38,3 +38,7 @@ void print_value_table(std::FILE *out, const std::vector<PlottedCurve> &curves, 
 double curve_value(Envelope *env, double time);
 // The value of a plotted curve at a time: its sample when it has one, else its envelope's.
 double curve_value(const PlottedCurve &curve, double time);
+
+// Reads the arguments of a command whose only option is `--svg PATH` into *svg_path (left as
+// it is when the option is absent). False, with a message on stderr, for anything else.
+bool read_svg_option(const char *command, int argc, char **argv, const char **svg_path);

@@ -202,14 +202,7 @@ int show_mesh() {
 
 int vexor_gallery(int argc, char **argv) {
     const char *svg_path = "vexor-gallery.svg";
-    for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--svg") == 0 && i + 1 < argc) {
-            svg_path = argv[++i];
-        } else {
-            std::fprintf(stderr, "vexor gallery: unknown argument '%s'\n", argv[i]);
-            return 2;
-        }
-    }
+    if (!read_svg_option("gallery", argc, argv, &svg_path)) return 2;
 
     std::vector<PlottedCurve> curves = build_curves();  // built before undo records anything
     for (const PlottedCurve &c : curves) {

@@ -181,14 +181,7 @@ int run(Scene &s, const char *svg_path) {
 
 int vexor_demo(int argc, char **argv) {
     const char *svg_path = "vexor-demo.svg";
-    for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--svg") == 0 && i + 1 < argc) {
-            svg_path = argv[++i];
-        } else {
-            std::fprintf(stderr, "vexor demo: unknown argument '%s'\n", argv[i]);
-            return 2;
-        }
-    }
+    if (!read_svg_option("demo", argc, argv, &svg_path)) return 2;
     UndoSysStartup();
     CinemaStartup();
     Scene scene;
