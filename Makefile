@@ -22,7 +22,7 @@ help:
 	@echo "make sanitize             the tests under AddressSanitizer and UBSan"
 	@echo "make tsan                 the tests that use threads, under ThreadSanitizer"
 	@echo "make bench                optimised build, run every benchmark"
-	@echo "make fuzz SECONDS=n       build the fuzz targets with clang and fuzz for n seconds"
+	@echo "make fuzz SECONDS=n       build the fuzz targets with clang, fuzz each for n seconds"
 	@echo "make install PREFIX=dir   install the library, headers and program (now: $(PREFIX))"
 	@echo "make format               reformat the sources with clang-format"
 	@echo "make format-check         fail if a source is not formatted"
@@ -57,13 +57,17 @@ bench:
 	done; \
 	if [ -z "$$found" ]; then echo "no benchmark programs in build/release/bench" >&2; exit 1; fi
 
-# The seed corpus stays as committed; what the fuzzer finds goes to a working corpus.
+# The seed corpora stay as committed; what the fuzzers find goes to working corpora. Each
+# target fuzzes for SECONDS (default 60).
+FUZZ_TARGETS = env_load scene_load
 fuzz:
 	cmake --preset fuzz
 	cmake --build --preset fuzz
-	mkdir -p build/fuzz/corpus-env_load
-	build/fuzz/fuzz/vexor_fuzz_env_load build/fuzz/corpus-env_load fuzz/corpus/env_load \
-	    -max_total_time=$(or $(SECONDS),60)
+	for target in $(FUZZ_TARGETS); do \
+	    mkdir -p build/fuzz/corpus-$$target && \
+	    build/fuzz/fuzz/vexor_fuzz_$$target build/fuzz/corpus-$$target fuzz/corpus/$$target \
+	        -max_total_time=$(or $(SECONDS),60) || exit 1; \
+	done
 
 install:
 	cmake --preset release

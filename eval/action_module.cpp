@@ -5,6 +5,7 @@
 
 #include <cstddef>
 
+#include "eval/action_io.h"
 #include "eval/action_records.h"
 #include "eval/eval_data.h"
 #include "foundation/component.h"
@@ -68,6 +69,8 @@ void start() {
     if (m.starts++ > 0) return;
     OnFailure undo_count([&] { m.starts = 0; });
     vx::com::add_guid_alias(CINE_MODIFIER_CLASS, CINE_MODIFIER_CLASS_GUID);
+    register_io();
+    OnFailure drop_io([] { unregister_io(); });
     // Modifier servers announce their changes here; evaluation listens.
     m.modifier_list = vx::PortCreate("modifier.list");
     vx::cine::set_scene_client(&kClient);
@@ -79,6 +82,7 @@ void stop() noexcept {
     if (m.starts == 0 || --m.starts > 0) return;
     vx::cine::set_scene_client(nullptr);
     vx::cine::set_action_scene_query(nullptr);
+    unregister_io();
     vx::PortDestroy(m.modifier_list);
     m.modifier_list = nullptr;
 }

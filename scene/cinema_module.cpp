@@ -16,6 +16,7 @@
 #include "foundation/registry.h"
 #include "scene/package_registry.h"
 #include "scene/scene.h"
+#include "scene/scene_io.h"
 #include "scene/scene_objects.h"
 
 namespace vx::cine {
@@ -35,18 +36,14 @@ Module &module() noexcept {
     return m;
 }
 
-// The scene file format is the host's business for now: the servers are registered so that
-// hosts find the class, user name and file pattern, but they make no objects.
-void *no_file_object(void *) {
-    return nullptr;
-}
-
+// Both servers make the same kind of object, which can save and load.
 void register_file_servers(SceneModule &s) {
-    s.saver = host::add_built_in("saver", kFileClass, no_file_object, nullptr);
+    io::define_file_class();
+    s.saver = host::add_built_in("saver", kFileClass, io::make_file_object, nullptr);
     host::add_tag(s.saver, "server.username", kUserName);
     host::add_tag(s.saver, "saver.outClass", "scene");
     host::add_tag(s.saver, "saver.dosType", "vxr");
-    s.loader = host::add_built_in("loader", kFileClass, no_file_object, nullptr);
+    s.loader = host::add_built_in("loader", kFileClass, io::make_file_object, nullptr);
     host::add_tag(s.loader, "server.username", kUserName);
     host::add_tag(s.loader, "loader.classList", "scene");
     host::add_tag(s.loader, "loader.dosPattern", "*.vxr");

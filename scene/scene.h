@@ -147,8 +147,9 @@ Cinema *root_scene() noexcept;
 
 // ---- Scenes (scene_list.cpp) ----------------------------------------------------------------
 
-// Makes a scene and lists it (undoable). Raises failures; nothing is left behind.
-Cinema *create_scene(std::uint32_t flags);
+// Makes a scene and lists it (undoable). Raises failures; nothing is left behind. A quiet
+// scene sends no event from the start, not even those of its default actions.
+Cinema *create_scene(std::uint32_t flags, bool quiet = false);
 // Destroys a scene with its items; null is ignored.
 void destroy_scene(Cinema *scene) noexcept;
 // Whether the scene is still there (not destroyed). Undo records of a destroyed scene use

@@ -83,11 +83,12 @@ void free_parts(Cinema *scene) noexcept {
 
 }  // namespace
 
-Cinema *create_scene(std::uint32_t flags) {
+Cinema *create_scene(std::uint32_t flags, bool quiet) {
     SceneModule &s = scenes();
     auto *scene = new Cinema;
     OnFailure free_scene([&] { free_parts(scene); });
     scene->flags = flags;
+    scene->quiet = quiet;
     scene->port = vx::PortCreate(nullptr);
     scene->object = make_scene_object(*scene);
     scene->graphs.reserve(s.graphs.size());

@@ -22,6 +22,7 @@
 #include "vexor/port.h"
 #include "vexor/ptag.h"
 #include "vexor/scene.h"
+#include "vexor/scene_io.h"
 #include "vexor/time.h"
 #include "vexor/undo.h"
 #include "vexor/value.h"

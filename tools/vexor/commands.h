@@ -32,7 +32,8 @@ inline constexpr Subcommand kSubcommands[] = {
      "actions (a bouncing ball, a sliding ball and a blend item whose modifier drives\n"
      "its output from its inputs and the time), undoes and redoes a key, evaluates\n"
      "the scene frame by frame, prints a table of the channels and draws them over\n"
-     "time with their keys.\n"
+     "time with their keys. Last it saves the scene to vexor-demo.vxr, loads the file\n"
+     "back as a second scene and checks that both evaluate alike.\n"
      "\n"
      "  --svg PATH   where to write the picture (default: vexor-demo.svg)\n"},
     {"gallery", "key a few curves, undo an edit, plot them; build and select on a cube",
