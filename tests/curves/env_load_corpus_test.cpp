@@ -3,9 +3,6 @@
 // as their names say.
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -15,27 +12,13 @@
 #include <vexor/log.h>
 
 #include "fuzz/env_load_check.h"
+#include "support/fuzz_corpus.h"
 
 namespace vx::test {
 namespace {
 
-namespace fs = std::filesystem;
-
-struct Seed {
-    std::string name;
-    std::vector<unsigned char> bytes;
-};
-
 std::vector<Seed> corpus() {
-    std::vector<Seed> seeds;
-    const fs::path dir = fs::path(VEXOR_SOURCE_DIR) / "fuzz" / "corpus" / "env_load";
-    for (const fs::directory_entry &entry : fs::directory_iterator(dir)) {
-        if (!entry.is_regular_file()) continue;
-        std::ifstream in(entry.path(), std::ios::binary);
-        seeds.push_back({entry.path().filename().string(),
-                         std::vector<unsigned char>(std::istreambuf_iterator<char>(in), {})});
-    }
-    return seeds;
+    return fuzz_corpus("env_load");
 }
 
 // Malformed seeds log failure lines; keep them out of the test output.

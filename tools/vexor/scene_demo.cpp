@@ -75,6 +75,20 @@ bool key_channel(CineAction *action, CineItem *item, const char *name,
     return true;
 }
 
+// Gives the key at `time` manual slopes: `in` arriving and `out` leaving, broken when they
+// differ (a bounce arrives falling and leaves rising).
+void shape_key(Envelope *env, double time, double in, double out) {
+    if (env == nullptr) return;
+    EnvKeyList *list = EnvGetKeyList(env);
+    for (EnvKey *k = list->head; k->succ != nullptr; k = k->succ) {
+        if (EnvKeyTime(k) < time - 1e-6 || EnvKeyTime(k) > time + 1e-6) continue;
+        EnvKeySetSlopeType(env, k, 0, ENV_SLOPE_MANUAL);
+        if (in != out) EnvKeyBreak(env, k, ENV_BREAK_SLOPE);
+        EnvKeySetSlopeValue(env, k, 0, in);
+        EnvKeySetSlopeValue(env, k, 1, out);
+    }
+}
+
 struct Scene {
     Cinema *cinema = nullptr;
     CineItem *bounce = nullptr;
@@ -101,6 +115,13 @@ bool build(Scene &s) {
         key_channel(scene, s.slide, "pos.X", {{0.0, -1.0}, {2.0, 1.5}}, ENV_BEHAVIOR_LINEAR) &&
         key_channel(scene, s.blend, "inputA", {{0.0, 0.0}, {1.0, 1.0}, {2.0, 0.0}},
                     ENV_BEHAVIOR_CONSTANT);
+    if (ok) {
+        const unsigned y = channel(s.bounce, "pos.Y");
+        Envelope *bounce = CineActionEnv(scene, s.bounce, y);
+        shape_key(bounce, 0.0, 0.0, 0.0);  // the tops are flat
+        shape_key(bounce, 0.5, -8.0, 8.0);
+        shape_key(bounce, 1.0, 0.0, 0.0);
+    }
     // The scene action places the sliding ball at height 1; the edit action, seen first,
     // lifts it to 1.25 without touching the scene action's value.
     ok = ok && CineActionSetConstant(scene, s.slide, channel(s.slide, "pos.Y"), 1.0) != 0 &&
