@@ -21,6 +21,7 @@ struct Subcommand {
 int vexor_demo(int argc, char **argv);
 int vexor_env(int argc, char **argv);
 int vexor_gallery(int argc, char **argv);
+int vexor_scene(int argc, char **argv);
 
 // In the order `vexor --help` lists them.
 inline constexpr Subcommand kSubcommands[] = {
@@ -83,4 +84,21 @@ inline constexpr Subcommand kSubcommands[] = {
      "             --slope auto --from -2 --to 3\n"
      "         vexor env save bounce.vxc --key 0:0 --key 0.5:2 --key 1:0 --post repeat\n"
      "         vexor env plot --file bounce.vxc --to 3\n"},
+    {"scene", "show what a scene file holds, or plot its channels over time", vexor_scene,
+     "usage: vexor scene show FILE\n"
+     "       vexor scene plot FILE [options]\n"
+     "\n"
+     "show lists a scene file's items (type, channels, parent) and its actions with\n"
+     "what each holds: keyed, constant or removed channels. plot evaluates the scene\n"
+     "through an action over a span of time, prints every channel whose value changes\n"
+     "frame by frame and draws them to an SVG picture with their keys. Scene files\n"
+     "are written by 'vexor demo' (vexor-demo.vxr) and by hosts of the library.\n"
+     "\n"
+     "  --action NAME    the action to look through (default: edit)\n"
+     "  --from T --to T  the span to show, in seconds (default: 0 to 2)\n"
+     "  --fps F          frames per second of the table (default: 24)\n"
+     "  --every N        print every Nth frame (default: 6)\n"
+     "  --svg PATH       where to write the picture (default: vexor-scene-plot.svg)\n"
+     "\n"
+     "example: vexor demo && vexor scene plot vexor-demo.vxr --action scene --to 3\n"},
 };

@@ -27,28 +27,16 @@
 #include <vexor/version.h>
 
 #include "curve_plot.h"
+#include "demo_types.h"
 
 namespace {
 
 constexpr double kFps = 24.0;
-constexpr const char *kBall = "demoBall";
 
 struct Key {
     double time;
     double value;
 };
-
-// Defines the ball type: a position vector and a squash factor that rests at 1.
-bool define_ball() {
-    CinePackageDefine(kBall);
-    const int added = CinePackageAddChannel(
-        kBall, CINE_CH_NAME, "pos", VX_STORE_FLOAT, static_cast<const char *>(nullptr),
-        CINE_CH_VECTOR, CINE_VECTOR_XYZ, static_cast<const char *>(nullptr), CINE_CH_USAGE,
-        CINE_USAGE_DISTANCE, CINE_CH_NAME, "squash", VX_STORE_FLOAT,
-        static_cast<const char *>(nullptr), CINE_CH_DEFAULT, 1.0, CINE_CH_NAME,
-        static_cast<const char *>(nullptr));
-    return added != 0 && CineDefineType(0, 0, kBall) != CINE_TYPE_NONE;
-}
 
 CineItem *make_item(Cinema *scene, const char *type, const char *name) {
     CineItem *item = CineItemCreate(scene, CineLookupType(type));
@@ -97,11 +85,11 @@ struct Scene {
 };
 
 bool build(Scene &s) {
-    if (!define_ball()) return false;
+    if (!define_demo_types()) return false;
     s.cinema = CinemaCreate(0);
     if (s.cinema == nullptr) return false;
-    s.bounce = make_item(s.cinema, kBall, "Ball");
-    s.slide = make_item(s.cinema, kBall, "Ball");  // named "Ball (2)" by the unique-name rule
+    s.bounce = make_item(s.cinema, kDemoBall, "Ball");
+    s.slide = make_item(s.cinema, kDemoBall, "Ball");  // named "Ball (2)" by the unique-name rule
     s.blend = make_item(s.cinema, "linearBlend", "Follow");
     if (s.bounce == nullptr || s.slide == nullptr || s.blend == nullptr) return false;
 
