@@ -17,10 +17,6 @@
 namespace vx::test {
 namespace {
 
-std::vector<Seed> corpus() {
-    return fuzz_corpus("env_load");
-}
-
 // Malformed seeds log failure lines; keep them out of the test output.
 void quiet_sink(void *, int, const char *, const char *) {}
 
@@ -31,30 +27,18 @@ class EnvLoadCorpus : public ::testing::Test {
 };
 
 TEST_F(EnvLoadCorpus, EverySeedKeepsTheFuzzTargetsProperties) {
-    const std::vector<Seed> seeds = corpus();
-    EXPECT_GE(seeds.size(), 10u) << "the corpus went missing";
-    for (const Seed &seed : seeds) {
-        const char *broken = fuzz::check_env_load(seed.bytes.data(), seed.bytes.size());
-        EXPECT_EQ(broken, nullptr) << seed.name << ": " << broken;
-    }
+    expect_seeds_keep_properties("env_load", 10, fuzz::check_env_load);
 }
 
 TEST_F(EnvLoadCorpus, ValidSeedsLoadAndCorruptSeedsAreRefused) {
-    int valid = 0;
-    int corrupt = 0;
-    for (const Seed &seed : corpus()) {
-        const bool expect_valid = seed.name.rfind("valid_", 0) == 0;
-        if (!expect_valid && seed.name.rfind("corrupt_", 0) != 0) continue;
-        (expect_valid ? valid : corrupt)++;
+    expect_seeds_load_as_named("env_load", 5, 5, [](const std::vector<unsigned char> &bytes) {
         Envelope *env = EnvCreate(nullptr);
-        BlkReader *r = BlkReaderOpenMemory(seed.bytes.data(), seed.bytes.size());
+        BlkReader *r = BlkReaderOpenMemory(bytes.data(), bytes.size());
         const int loaded = r != nullptr ? EnvLoad(env, r) : 0;
-        EXPECT_EQ(loaded, expect_valid ? 1 : 0) << seed.name;
         BlkReaderClose(r);
         EnvDestroyNoUndo(env);
-    }
-    EXPECT_GE(valid, 5);
-    EXPECT_GE(corrupt, 5);
+        return loaded == 1;
+    });
 }
 
 }  // namespace

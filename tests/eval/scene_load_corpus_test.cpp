@@ -14,10 +14,6 @@
 namespace vx::test {
 namespace {
 
-std::vector<Seed> corpus() {
-    return fuzz_corpus("scene_load");
-}
-
 void quiet_sink(void *, int, const char *, const char *) {}
 
 // The session the fuzz target loads in.
@@ -37,27 +33,15 @@ class SceneLoadCorpus : public ::testing::Test {
 };
 
 TEST_F(SceneLoadCorpus, EverySeedKeepsTheFuzzTargetsProperties) {
-    const std::vector<Seed> seeds = corpus();
-    EXPECT_GE(seeds.size(), 12u) << "the corpus went missing";
-    for (const Seed &seed : seeds) {
-        const char *broken = fuzz::check_scene_load(seed.bytes.data(), seed.bytes.size());
-        EXPECT_EQ(broken, nullptr) << seed.name << ": " << broken;
-    }
+    expect_seeds_keep_properties("scene_load", 12, fuzz::check_scene_load);
 }
 
 TEST_F(SceneLoadCorpus, ValidSeedsLoadAndCorruptSeedsAreRefused) {
-    int valid = 0;
-    int corrupt = 0;
-    for (const Seed &seed : corpus()) {
-        const bool expect_valid = seed.name.rfind("valid_", 0) == 0;
-        if (!expect_valid && seed.name.rfind("corrupt_", 0) != 0) continue;
-        (expect_valid ? valid : corrupt)++;
-        Cinema *scene = fuzz::load_from_memory(seed.bytes.data(), seed.bytes.size(), 0);
-        EXPECT_EQ(scene != nullptr, expect_valid) << seed.name << ": " << VxLastFailure().text;
+    expect_seeds_load_as_named("scene_load", 4, 8, [](const std::vector<unsigned char> &bytes) {
+        Cinema *scene = fuzz::load_from_memory(bytes.data(), bytes.size(), 0);
         CinemaDestroy(scene);
-    }
-    EXPECT_GE(valid, 4);
-    EXPECT_GE(corrupt, 8);
+        return scene != nullptr;
+    });
 }
 
 }  // namespace
