@@ -113,7 +113,7 @@ unsigned key_count(Envelope *env) {
     return n;
 }
 
-std::string ActionTest::order() const {
+std::string order_of(Cinema *scene) {
     std::string text;
     for (unsigned i = 0; CineAction *a = CineActionOrderByIndex(scene, i); ++i) {
         text += (i == 0 ? "" : " ") + std::string(CineActionName(a));
@@ -129,16 +129,8 @@ ActionEventLog::~ActionEventLog() {
     ::PortDetach(::PortLookup("cinema-db"), attachment_);
 }
 
-std::string ActionTest::snapshot() const {
-    return actions_snapshot(scene, items);
-}
-
 std::string actions_snapshot(Cinema *scene, const std::vector<CineItem *> &items) {
-    std::string text = "order:";
-    for (unsigned i = 0; CineAction *a = CineActionOrderByIndex(scene, i); ++i) {
-        text += std::string(" ") + CineActionName(a);
-    }
-    text += "\n";
+    std::string text = "order: " + order_of(scene) + "\n";
     for (CineAction *a = CineActionFirst(scene); a != nullptr; a = CineActionNext(a)) {
         text += std::string(CineActionName(a)) + " type " + std::to_string(CineActionType(a)) +
                 " on " + std::to_string(CineActionIsEnabled(a)) + " parents";

@@ -36,6 +36,8 @@ struct ActionEvent {
 Envelope *curve(std::initializer_list<double> keys);
 unsigned key_count(Envelope *env);
 
+// The names of the evaluation order, joined by blanks.
+std::string order_of(Cinema *scene);
 // Everything the actions of the scene hold for the items, in a form that compares exactly: the
 // order, every action with its settings and parents, and every entry with its value or keys.
 std::string actions_snapshot(Cinema *scene, const std::vector<CineItem *> &items);
@@ -61,10 +63,8 @@ class ActionTest : public ::testing::Test {
     CineAction *setup() { return CineActionGetDefault(scene, CINE_ACTION_SETUP); }
     CineAction *scene_action() { return CineActionGetDefault(scene, CINE_ACTION_SCENE); }
     CineAction *edit() { return CineActionGetDefault(scene, CINE_ACTION_EDIT); }
-    // The names of the evaluation order, joined by blanks.
-    std::string order() const;
-    // Everything the actions of the scene hold, in a form that compares exactly.
-    std::string snapshot() const;
+    std::string order() const { return order_of(scene); }
+    std::string snapshot() const { return actions_snapshot(scene, items); }
     std::size_t events_of(std::uint32_t code) const;
 
     Cinema *scene = nullptr;

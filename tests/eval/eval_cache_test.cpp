@@ -46,19 +46,14 @@ TEST_F(Caches, SharedEvaluatorsAtOneActionAndTimeShareACacheAndItsValues) {
     EXPECT_EQ(one->cache->refs, 1);
     EXPECT_DOUBLE_EQ(CineEvalChannel(two, item, kA), 2.5);
     EXPECT_NE(two->cache, one->cache);
-    CineEvalDestroy(one);
-    CineEvalDestroy(two);
 }
 
 TEST_F(Caches, AFreeCacheIsReusedByNearestTimeAndDropsOnlyAnimatedValues) {
     CineItem *item = probe();
     animate(action(9), item, kA, 0.0, 10.0);
     ASSERT_EQ(CineActionSetConstant(action(9), item, kB, 4.0), 1);
-    CineEval *early = CineEvalCreate(scene);
-    CineEval *late = CineEvalCreate(scene);
-    CineEvalSetAction(early, action(9));
-    CineEvalSetAction(late, action(9));
-    CineEvalSetTime(late, 10.0);
+    CineEval *early = evaluator(9);
+    CineEval *late = evaluator(9, 10.0);
     ASSERT_EQ(CinemaEvaluate(early), 1);
     ASSERT_EQ(CinemaEvaluate(late), 1);
     eval::Cache *at0 = early->cache;
@@ -82,41 +77,32 @@ TEST_F(Caches, AFreeCacheIsReusedByNearestTimeAndDropsOnlyAnimatedValues) {
     ASSERT_EQ(CinemaEvaluate(late), 1);
     EXPECT_EQ(late->cache, at10);
     EXPECT_EQ(eval::find_eval_data(*scene)->caches.size(), 2u);
-    CineEvalDestroy(early);
-    CineEvalDestroy(late);
 }
 
 TEST_F(Caches, WithoutAFreeCacheOfItsActionAnEvaluatorTakesTheLeastWantedOne) {
     CineItem *item = probe();
     ASSERT_EQ(CineActionSetConstant(action(0), item, kA, 3.0), 1);
-    CineEval *edit = CineEvalCreate(scene);
-    CineEval *anim = CineEvalCreate(scene);
-    CineEvalSetAction(edit, action(9));
-    CineEvalSetAction(anim, action(1));
+    CineEval *edit = evaluator(9);
+    CineEval *anim = evaluator(1);
     ASSERT_EQ(CinemaEvaluate(edit), 1);
     ASSERT_EQ(CinemaEvaluate(anim), 1);
     eval::Cache *edit_cache = edit->cache;
     eval::Cache *anim_cache = anim->cache;
     CineEvalDestroy(edit);       // its cache is free and nobody wants "edit"
     CineEvalSetTime(anim, 2.0);  // free too, but "anim" still wants "scene"
-    CineEval *setup = CineEvalCreate(scene);
-    CineEvalSetAction(setup, action(0));
+    CineEval *setup = evaluator(0);
     ASSERT_EQ(CinemaEvaluate(setup), 1);
     EXPECT_EQ(setup->cache, edit_cache);
     EXPECT_EQ(edit_cache->action(), action(0));
     EXPECT_DOUBLE_EQ(CineEvalChannel(setup, item, kA), 3.0);
     ASSERT_EQ(CinemaEvaluate(anim), 1);
     EXPECT_EQ(anim->cache, anim_cache);
-    CineEvalDestroy(setup);
-    CineEvalDestroy(anim);
 }
 
 TEST_F(Caches, EditsOfActionsAndTheirEnvelopesDropTheValuesTheyTouch) {
     CineItem *item = probe();
     Envelope *env = animate(action(1), item, kA, 0.0, 10.0);
-    CineEval *ev = CineEvalCreate(scene);
-    CineEvalSetAction(ev, action(9));
-    CineEvalSetTime(ev, 1.0);
+    CineEval *ev = evaluator(9, 1.0);
     EXPECT_DOUBLE_EQ(CineEvalChannel(ev, item, kA), 10.0);
     EXPECT_DOUBLE_EQ(CineEvalChannel(ev, item, kB), 2.0);  // the package default
     // An entry in a later action of the order, and a key of an envelope held by an action.
@@ -127,7 +113,6 @@ TEST_F(Caches, EditsOfActionsAndTheirEnvelopesDropTheValuesTheyTouch) {
     // An entry in "edit" masks the one in "scene".
     ASSERT_EQ(CineActionSetConstant(action(9), item, kA, -1.0), 1);
     EXPECT_DOUBLE_EQ(CineEvalChannel(ev, item, kA), -1.0);
-    CineEvalDestroy(ev);
 }
 
 TEST_F(Caches, PrivateEvaluatorsKeepTheirOwnCacheAndReTimeAtOnce) {
@@ -156,7 +141,6 @@ TEST_F(Caches, PrivateEvaluatorsKeepTheirOwnCacheAndReTimeAtOnce) {
     CineEvalDestroy(map);
     CineEvalDestroy(slots);
     EXPECT_EQ(eval::find_eval_data(*scene)->caches.size(), 1u);
-    CineEvalDestroy(shared);
 }
 
 TEST_F(Caches, NoActionAndForeignActionsFailAndChangeNothing) {
@@ -180,8 +164,6 @@ TEST_F(Caches, NoActionAndForeignActionsFailAndChangeNothing) {
     EXPECT_EQ(CineEvalChannel(ev, stranger, kA), 0.0);
     EXPECT_EQ(CineEvalChannel(ev, item, 99), 0.0);
     EXPECT_DOUBLE_EQ(CineEvalChannel(ev, item, kA), 1.0);
-    CineEvalDestroy(ev);
-    eval::destroy_eval_data(*other);
     CinemaDestroy(other);
 }
 
@@ -190,8 +172,7 @@ TEST_F(Caches, MatrixIntegerAndRawReads) {
     const double *identity =
         static_cast<const double *>(CineEvalRawChannelVal(nullptr, item, kMatrix));
     EXPECT_EQ(identity, nullptr);  // no evaluator
-    CineEval *ev = CineEvalCreate(scene);
-    CineEvalSetAction(ev, action(9));
+    CineEval *ev = evaluator(9);
     const auto *m = static_cast<const double *>(CineEvalChannelVal(ev, item, kMatrix));
     ASSERT_NE(m, nullptr);
     EXPECT_EQ(m[0], 1.0);
@@ -211,18 +192,13 @@ TEST_F(Caches, MatrixIntegerAndRawReads) {
     EXPECT_EQ(CineEvalRawChannelEnv(ev, item, kB), nullptr);
     CineEvalSetTime(ev, 0.26);
     EXPECT_EQ(CineEvalChannelInt(ev, item, kA), 3);  // 2.6 rounds to 3
-    CineEvalDestroy(ev);
 }
 
 TEST_F(Caches, BakingReadsAtTheBakeTimeAndDropsWhatItReadWhenClosed) {
     CineItem *item = probe();
     animate(action(9), item, kA, 0.0, 10.0);
-    CineEval *ev = CineEvalCreate(scene);
-    CineEval *watcher = CineEvalCreate(scene);
-    CineEvalSetAction(ev, action(9));
-    CineEvalSetAction(watcher, action(9));
-    CineEvalSetTime(ev, 0.1);
-    CineEvalSetTime(watcher, 0.5);
+    CineEval *ev = evaluator(9, 0.1);
+    CineEval *watcher = evaluator(9, 0.5);
     EXPECT_DOUBLE_EQ(CineEvalChannel(watcher, item, kA), 5.0);
 
     CineEvalBeginBake(ev, 0.5);
@@ -241,16 +217,12 @@ TEST_F(Caches, BakingReadsAtTheBakeTimeAndDropsWhatItReadWhenClosed) {
     CineEvalBeginBake(ev, 0.5);
     EXPECT_EQ(CineEvalChannel(ev, item, 99), 0.0);
     EXPECT_EQ(CineEvalEndBake(ev), 0);
-    CineEvalDestroy(ev);
-    CineEvalDestroy(watcher);
 }
 
 TEST_F(Caches, ADriverReadsInTheCacheItHolds) {
     CineItem *item = probe();
     animate(action(9), item, kA, 0.0, 10.0);
-    CineEval *ev = CineEvalCreate(scene);
-    CineEvalSetAction(ev, action(9));
-    CineEvalSetTime(ev, 0.3);
+    CineEval *ev = evaluator(9, 0.3);
     void *driver = CineEvalGetDriver(ev);
     ASSERT_NE(driver, nullptr);
     EXPECT_STREQ(XObjectClassName(driver), "eval.cache");
@@ -270,7 +242,6 @@ TEST_F(Caches, ADriverReadsInTheCacheItHolds) {
     XObjectRelease(driver);  // the query's reference
     XObjectRelease(driver);
     EXPECT_EQ(held->refs, 0);
-    CineEvalDestroy(ev);
 }
 
 }  // namespace

@@ -21,10 +21,6 @@ struct NodeObject {
     unsigned rule;
 };
 
-int applies(void *, Cinema *) {
-    return 1;
-}
-
 void enumerate(void *obj, Cinema *scene, CineModVisitFunc visit, void *data) {
     TestModifier &mod = *static_cast<FactoryObject *>(obj)->mod;
     const std::uint32_t type = CineLookupType(mod.type.c_str());
@@ -73,7 +69,8 @@ unsigned create(void *obj, CineItem *item, unsigned index, void **out) {
     return VX_OK;
 }
 
-const CineModFactoryMethods kFactory = {XOBJECT_METHODS_INIT, applies, enumerate, create};
+const CineModFactoryMethods kFactory = {XOBJECT_METHODS_INIT, [](void *, Cinema *) { return 1; },
+                                        enumerate, create};
 
 void *make_factory(void *data) {
     void *obj = nullptr;
@@ -112,7 +109,8 @@ void EvalTest::SetUp() {
 
 void EvalTest::TearDown() {
     VxLogSetSink(nullptr, nullptr);
-    // Evaluation data goes first when a scene is destroyed; calling it here as well is harmless.
+    // The scene's evaluation data, its evaluators with it, goes first when a scene is destroyed;
+    // tests leave their evaluators to it. Calling it here as well is harmless.
     eval::destroy_eval_data(*scene);
     CinemaDestroy(scene);
     CinemaShutdown();
@@ -122,6 +120,13 @@ CineItem *EvalTest::probe() {
     CineItem *item = CineItemCreate(scene, probe_type);
     EXPECT_NE(item, nullptr);
     return item;
+}
+
+CineEval *EvalTest::evaluator(unsigned kind, double time) {
+    CineEval *ev = CineEvalCreate(scene);
+    CineEvalSetAction(ev, action(kind));
+    CineEvalSetTime(ev, time);
+    return ev;
 }
 
 Envelope *EvalTest::animate(CineAction *act, CineItem *item, unsigned channel, double v0,

@@ -45,6 +45,8 @@ class EvalTest : public ::testing::Test {
 
     CineItem *probe();
     CineAction *action(unsigned kind) { return CineActionGetDefault(scene, kind); }
+    // A new evaluator at the default action of that kind and the time, not yet evaluated.
+    CineEval *evaluator(unsigned kind, double time = 0.0);
     // An envelope through (0, v0) and (1, v1), linear, held by the action for the channel.
     Envelope *animate(CineAction *act, CineItem *item, unsigned channel, double v0, double v1);
     // Registers a test modifier under a name, with a type list.

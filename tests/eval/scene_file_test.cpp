@@ -204,7 +204,6 @@ TEST_F(SceneFileTest, ASceneWithEveryKindOfThingSurvivesASaveAndALoad) {
     EXPECT_EQ(CinemaHasChanged(copy), 0u);
     EXPECT_EQ(UndoSysCanUndo(), 0) << "the load left an undo step";
     EXPECT_EQ(events.size(), events_before) << "the scene sent events while it was loaded";
-    EXPECT_STREQ(CineItemUniqueName(CinemaItemByIndex(copy, 1)), "Light (2)");
     CinemaSetIndexStyle(3);  // the name index is kept, not the text
     EXPECT_STREQ(CineItemUniqueName(CinemaItemByIndex(copy, 1)), "Light_2");
     CinemaSetIndexStyle(0);
@@ -255,15 +254,12 @@ TEST_F(SceneFileTest, ObjectValuesAreNotSavedAndLoadOptionsAreChecked) {
 
 // A host package known when the file was saved and missing when it is loaded.
 TEST_F(SceneFileTest, AFileNeedingAMissingPackageLosesItOrFailsInStrictMode) {
+    const char *const none = nullptr;
     CinePackageDefine("plugin");
-    CinePackageAddChannel("plugin", CINE_CH_NAME, "p0", VX_STORE_FLOAT,
-                          static_cast<const char *>(nullptr), CINE_CH_NAME,
-                          static_cast<const char *>(nullptr));
+    CinePackageAddChannel("plugin", CINE_CH_NAME, "p0", VX_STORE_FLOAT, none, CINE_CH_NAME, none);
     const std::uint32_t plugin = CineDefineType(0, 0, "plugin");
     CinePackageDefine("plugpack");
-    CinePackageAddChannel("plugpack", CINE_CH_NAME, "q0", VX_STORE_FLOAT,
-                          static_cast<const char *>(nullptr), CINE_CH_NAME,
-                          static_cast<const char *>(nullptr));
+    CinePackageAddChannel("plugpack", CINE_CH_NAME, "q0", VX_STORE_FLOAT, none, CINE_CH_NAME, none);
     CineItem *plug = CineItemCreate(scene, plugin);
     CineItem *kept = item();
     CineItem *child = item();
@@ -327,8 +323,7 @@ TEST_F(SceneFileTest, TruncatedAndDamagedFilesFailCleanly) {
         EXPECT_EQ(CinemaCount(), count);
     }
     EXPECT_GT(refused, bytes.size() / 4);
-    const AllocCounts after = alloc_counts();
-    EXPECT_EQ(after.live_blocks, before.live_blocks);
+    EXPECT_EQ(alloc_counts().live_blocks, before.live_blocks);
 }
 
 class LoadTarget : public AtomicityTarget {

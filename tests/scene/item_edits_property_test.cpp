@@ -47,11 +47,12 @@ std::string describe(Cinema *scene) {
 struct Stage {
     Cinema *scene = nullptr;
     std::vector<CineItem *> items;
-    std::uint32_t light = 0, mesh = 0, picky = 0;
-    CinePackage *extra = nullptr, *more = nullptr;
+    const std::uint32_t light = CineLookupType("tstLight"), mesh = CineLookupType("tstMesh"),
+                        picky = CineLookupType("tstPicky");
+    CinePackage *const extra = CinePackageFind("tstExtra"), *const more =
+                                                                CinePackageFind("tstMore");
 
-    Stage(std::uint32_t l, std::uint32_t m, std::uint32_t p, CinePackage *e, CinePackage *o)
-        : light(l), mesh(m), picky(p), extra(e), more(o) {
+    Stage() {
         UndoSysSuspend();
         scene = CinemaCreate(0);
         items.push_back(named_item(scene, light, "Key"));
@@ -76,7 +77,7 @@ using StageEdit = std::function<bool(Stage &)>;
 
 class StageTarget : public AtomicityTarget {
   public:
-    StageTarget(SceneTest &, const StageEdit &edit, std::unique_ptr<Stage> stage)
+    StageTarget(const StageEdit &edit, std::unique_ptr<Stage> stage)
         : edit_(edit), stage_(std::move(stage)) {
         log_.attach(CinemaPort(stage_->scene));
     }
@@ -108,9 +109,6 @@ class ItemProperties : public SceneTest {
         UndoSysResume();
         UndoSysClear();
     }
-    std::unique_ptr<Stage> stage() {
-        return std::make_unique<Stage>(light, mesh, picky, extra, more);
-    }
 };
 
 struct NamedEdit {
@@ -136,7 +134,7 @@ TEST_F(ItemProperties, ItemEditsAndTheirUndoAndRedoAreAtomic) {
     for (const NamedEdit &named : item_edits()) {
         const NamedEdit edit = named;
         const auto report = check_atomicity(edit.name, [&]() -> std::unique_ptr<AtomicityTarget> {
-            return std::make_unique<StageTarget>(*this, edit.edit, stage());
+            return std::make_unique<StageTarget>(edit.edit, std::make_unique<Stage>());
         });
         EXPECT_GT(report.tried, 0u) << edit.name;
         EXPECT_EQ(report.held + report.survived, report.tried) << edit.name;
@@ -145,8 +143,8 @@ TEST_F(ItemProperties, ItemEditsAndTheirUndoAndRedoAreAtomic) {
             const std::string label = std::string(redo ? "redo " : "undo ") + edit.name;
             check_atomicity(label, [&]() -> std::unique_ptr<AtomicityTarget> {
                 auto target = std::make_unique<StageTarget>(
-                    *this, [redo](Stage &) { return redo ? UndoSysRedo() : UndoSysUndo(); },
-                    stage());
+                    [redo](Stage &) { return redo ? UndoSysRedo() : UndoSysUndo(); },
+                    std::make_unique<Stage>());
                 edit.edit(target->stage());
                 if (redo) UndoSysUndo();
                 return target;
@@ -206,7 +204,7 @@ class RandomStage : public UndoTarget {
 
 TEST_F(ItemProperties, RandomItemEditsUndoAndRedoExactly) {
     const auto report = check_undo_property("items", [&]() -> std::unique_ptr<UndoTarget> {
-        return std::make_unique<RandomStage>(stage());
+        return std::make_unique<RandomStage>(std::make_unique<Stage>());
     });
     EXPECT_GT(report.steps, 0u);
 }

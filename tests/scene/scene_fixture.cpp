@@ -33,13 +33,14 @@ void *make_picky(void *) {
     return obj;
 }
 
+const char *const kNone = nullptr;
+
+// A type whose package adds a float and an integer channel.
 std::uint32_t define_type(const char *name, std::int32_t super, const char *first,
                           const char *second) {
     CinePackageDefine(name);
-    EXPECT_EQ(CinePackageAddChannel(name, CINE_CH_NAME, first, VX_STORE_FLOAT,
-                                    static_cast<const char *>(nullptr), CINE_CH_NAME, second,
-                                    VX_STORE_INT, static_cast<const char *>(nullptr), CINE_CH_NAME,
-                                    static_cast<const char *>(nullptr)),
+    EXPECT_EQ(CinePackageAddChannel(name, CINE_CH_NAME, first, VX_STORE_FLOAT, kNone, CINE_CH_NAME,
+                                    second, VX_STORE_INT, kNone, CINE_CH_NAME, kNone),
               1);
     return CineDefineType(0, super, name);
 }
@@ -59,9 +60,7 @@ void PortLog::detach() {
 }
 
 std::size_t PortLog::count(std::uint32_t code) const {
-    std::size_t n = 0;
-    for (const Heard &heard : events) n += heard.code == code ? 1 : 0;
-    return n;
+    return data_of(code).size();
 }
 
 std::vector<void *> PortLog::data_of(std::uint32_t code) const {
@@ -80,27 +79,21 @@ void SceneTest::SetUp() {
     g_parent_answer = VX_OK;
     // object: "weight", "visible" and the vector "pos"; light and mesh add two channels each.
     CinePackageDefine("tstObject");
-    ASSERT_EQ(
-        CinePackageAddChannel("tstObject", CINE_CH_NAME, "weight", VX_STORE_FLOAT,
-                              static_cast<const char *>(nullptr), CINE_CH_NAME, "visible",
-                              VX_STORE_INT, static_cast<const char *>(nullptr), CINE_CH_NAME, "pos",
-                              VX_STORE_FLOAT, static_cast<const char *>(nullptr), CINE_CH_VECTOR,
-                              CINE_VECTOR_XYZ, static_cast<const char *>(nullptr), CINE_CH_NAME,
-                              static_cast<const char *>(nullptr)),
-        1);
+    ASSERT_EQ(CinePackageAddChannel("tstObject", CINE_CH_NAME, "weight", VX_STORE_FLOAT, kNone,
+                                    CINE_CH_NAME, "visible", VX_STORE_INT, kNone, CINE_CH_NAME,
+                                    "pos", VX_STORE_FLOAT, kNone, CINE_CH_VECTOR, CINE_VECTOR_XYZ,
+                                    kNone, CINE_CH_NAME, kNone),
+              1);
     object = CineDefineType(0, 0, "tstObject");
     light = define_type("tstLight", static_cast<std::int32_t>(object), "intensity", "shadows");
     mesh = define_type("tstMesh", static_cast<std::int32_t>(object), "smooth", "level");
     CinePackageDefine("tstExtra");
-    ASSERT_EQ(CinePackageAddChannel("tstExtra", CINE_CH_NAME, "e0", VX_STORE_FLOAT,
-                                    static_cast<const char *>(nullptr), CINE_CH_NAME, "e1",
-                                    VX_STORE_FLOAT, static_cast<const char *>(nullptr),
-                                    CINE_CH_NAME, static_cast<const char *>(nullptr)),
+    ASSERT_EQ(CinePackageAddChannel("tstExtra", CINE_CH_NAME, "e0", VX_STORE_FLOAT, kNone,
+                                    CINE_CH_NAME, "e1", VX_STORE_FLOAT, kNone, CINE_CH_NAME, kNone),
               1);
     CinePackageDefine("tstMore");
-    ASSERT_EQ(CinePackageAddChannel("tstMore", CINE_CH_NAME, "m0", VX_STORE_FLOAT,
-                                    static_cast<const char *>(nullptr), CINE_CH_NAME,
-                                    static_cast<const char *>(nullptr)),
+    ASSERT_EQ(CinePackageAddChannel("tstMore", CINE_CH_NAME, "m0", VX_STORE_FLOAT, kNone,
+                                    CINE_CH_NAME, kNone),
               1);
     extra = CinePackageFind("tstExtra");
     more = CinePackageFind("tstMore");
@@ -109,10 +102,8 @@ void SceneTest::SetUp() {
     HostServer *server = HostAddBuiltIn("package", "tstPicky", make_picky, nullptr);
     ServerAddTag(server, "super", ".");
     picky = CineLookupType("tstPicky");
-    ASSERT_NE(object, CINE_TYPE_NONE);
     ASSERT_NE(light, CINE_TYPE_NONE);
     ASSERT_NE(picky, CINE_TYPE_NONE);
-
     scene = CinemaCreate(0);
     ASSERT_NE(scene, nullptr);
     UndoSysClear();
