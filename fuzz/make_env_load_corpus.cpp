@@ -12,17 +12,10 @@
 #include <vexor/env.h>
 #include <vexor/env_io.h>
 
+#include "fuzz/corpus_file.h"
 namespace {
 
 using Bytes = std::vector<unsigned char>;
-
-bool write_file(const std::string &dir, const char *name, const Bytes &bytes) {
-    const std::string path = dir + "/" + name;
-    std::FILE *file = std::fopen(path.c_str(), "wb");
-    if (file == nullptr) return false;
-    const bool ok = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-    return std::fclose(file) == 0 && ok;
-}
 
 Bytes saved(Envelope *env) {
     BlkWriter *writer = BlkWriterOpenMemory();
@@ -76,7 +69,7 @@ int main(int argc, char **argv) {
     const std::string dir = argv[1];
     int failures = 0;
     auto keep = [&](const char *name, const Bytes &bytes) {
-        if (!write_file(dir, name, bytes)) ++failures;
+        if (!vx::fuzz::write_corpus_file(dir, name, bytes)) ++failures;
     };
 
     Envelope *floats = EnvCreate(nullptr);

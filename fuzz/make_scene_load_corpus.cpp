@@ -11,19 +11,12 @@
 #include <vexor/env.h>
 #include <vexor/undo.h>
 
+#include "fuzz/corpus_file.h"
 #include "fuzz/scene_load_check.h"
 
 namespace {
 
 using vx::fuzz::Bytes;
-
-bool write_file(const std::string &dir, const char *name, const Bytes &bytes) {
-    const std::string path = dir + "/" + name;
-    std::FILE *file = std::fopen(path.c_str(), "wb");
-    if (file == nullptr) return false;
-    const bool ok = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-    return std::fclose(file) == 0 && ok;
-}
 
 // A scene with items of every kind of link and entries of every kind of value.
 Cinema *full_scene() {
@@ -143,7 +136,7 @@ int main(int argc, char **argv) {
     vx::fuzz::define_scene_packages();
     int failures = 0;
     auto keep = [&](const char *name, const Bytes &bytes) {
-        if (bytes.empty() || !write_file(dir, name, bytes)) ++failures;
+        if (bytes.empty() || !vx::fuzz::write_corpus_file(dir, name, bytes)) ++failures;
     };
 
     Cinema *full = full_scene();
