@@ -25,7 +25,8 @@ const std::vector<float> &source() {
             state = state * 1664525u + 1013904223u;
             v = static_cast<float>(state >> 8) * (1.5f / 16777216.0f);
         }
-        for (std::size_t i = 0; i < kPixels; i += 97) pixels[3 * i] = pixels[3 * i + 1] = pixels[3 * i + 2] = 0.0f;
+        for (std::size_t i = 0; i < kPixels; i += 97)
+            pixels[3 * i] = pixels[3 * i + 1] = pixels[3 * i + 2] = 0.0f;
         return pixels;
     }();
     return image;

@@ -42,8 +42,10 @@ inline Hsv<T> rgb_to_hsv_hdr(Rgb<T> c) noexcept {
     const T smallest = min_of(c.r, min_of(c.g, c.b));
     const T range = largest - smallest;
     // The hue in sixths of a turn, from the two components other than the largest.
-    const T rising = select(largest == c.r, c.g - c.b, select(largest == c.g, c.b - c.r, c.r - c.g));
-    const T base = select(largest == c.r, zero, select(largest == c.g, one + one, lanes::splat<T>(4.0)));
+    const T rising =
+        select(largest == c.r, c.g - c.b, select(largest == c.g, c.b - c.r, c.r - c.g));
+    const T base =
+        select(largest == c.r, zero, select(largest == c.g, one + one, lanes::splat<T>(4.0)));
     T sixths = select(range > 0.0, rising / select(range > 0.0, range, one) + base, zero);
     sixths = select(sixths < 0.0, sixths + 6.0, sixths);
     Hsv<T> out;

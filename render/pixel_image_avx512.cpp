@@ -1,7 +1,7 @@
 // The row kernels built for processors with AVX-512, eight pixels at a time
 // (sixteen through the levels alone). This file alone is
-// compiled with -mavx512f and VX_LANES_ISA=avx512 (see CMakeLists.txt); it is only reached after the
-// processor has been asked.
+// compiled with -mavx512f and VX_LANES_ISA=avx512 (see CMakeLists.txt); it is only reached after
+// the processor has been asked.
 #include "render/pixel_kernels.h"
 
 namespace vx::render {

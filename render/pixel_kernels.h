@@ -80,8 +80,8 @@ void run(const RenderOutputSettings &s, const float *in, float *out, std::size_t
 // fit one register of the instruction set, for the doubles and the floats respectively.
 template <int HueLanes, int LevelLanes, unsigned... V>
 constexpr KernelTable kernel_table(std::integer_sequence<unsigned, V...>) {
-    return {&run<V / kLevelVariants == 0 ? LevelLanes : HueLanes, V / kLevelVariants,
-                 V % kLevelVariants>...};
+    return {&run < V / kLevelVariants == 0 ? LevelLanes : HueLanes, V / kLevelVariants,
+            V % kLevelVariants > ...};
 }
 
 template <int HueLanes, int LevelLanes>

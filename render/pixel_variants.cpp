@@ -2,7 +2,6 @@
 // in pixel_ops.h, and the general functions pick the specialisation for every pixel.
 #include <vexor/render_output.h>
 
-
 #include "render/pixel_ops.h"
 
 namespace vx::render {
@@ -50,10 +49,10 @@ RenderOutputSettings prepare(const RenderOutputSettings &s) noexcept {
 }  // namespace vx::render
 
 // The specialisations: one instantiation each, named by variant number.
-#define VX_PIXEL_VARIANT(name, hue_sat, level)                                                    \
-    extern "C" VX_API void name(const RenderOutputSettings *settings, const float in[3],          \
-                                float out[3]) {                                                   \
-        vx::render::pixel<hue_sat, level>(*settings, in, out);                                    \
+#define VX_PIXEL_VARIANT(name, hue_sat, level)                                           \
+    extern "C" VX_API void name(const RenderOutputSettings *settings, const float in[3], \
+                                float out[3]) {                                          \
+        vx::render::pixel<hue_sat, level>(*settings, in, out);                           \
     }
 
 VX_PIXEL_VARIANT(RenderHueSatPixelColor_NOP, 0, 0)

@@ -62,14 +62,14 @@ VX_EXTERN_C_BEGIN
 
 /* The colour settings of a render output. */
 typedef struct RenderOutputSettings {
-    int enable;           /* 0: both operations copy the pixel */
-    unsigned int flags;   /* RENDER_... bits */
-    float hueOffset;      /* radians */
-    float saturation;     /* factor */
-    float colorAmount;    /* 0 keeps the colour, 1 replaces it by `color` */
-    float color[3];       /* the colorization colour */
-    float blackLevel;     /* input black level of the black-and-white levels */
-    float outputMin;      /* output levels of the black-and-white levels */
+    int enable;         /* 0: both operations copy the pixel */
+    unsigned int flags; /* RENDER_... bits */
+    float hueOffset;    /* radians */
+    float saturation;   /* factor */
+    float colorAmount;  /* 0 keeps the colour, 1 replaces it by `color` */
+    float color[3];     /* the colorization colour */
+    float blackLevel;   /* input black level of the black-and-white levels */
+    float outputMin;    /* output levels of the black-and-white levels */
     float outputMax;
     float inputMinRGB[3]; /* per-component input and output ranges */
     float inputMaxRGB[3];
@@ -115,8 +115,8 @@ VX_API void RenderOutputLevelPixelColor_ComponentRGB(const RenderOutputSettings 
                                                      const float in[3], float out[3]);
 VX_API void RenderOutputLevelPixelColor_BlackWhite_ComponentRGB(
     const RenderOutputSettings *settings, const float in[3], float out[3]);
-VX_API void RenderOutputLevelPixelColor_NOP(const RenderOutputSettings *settings,
-                                            const float in[3], float out[3]);
+VX_API void RenderOutputLevelPixelColor_NOP(const RenderOutputSettings *settings, const float in[3],
+                                            float out[3]);
 
 /* Resolves the switches of `settings` into `prepared` (which may be the same record): the
  * per-component ranges of components that do not take part become 0 to 1. */

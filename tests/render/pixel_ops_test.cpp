@@ -50,12 +50,18 @@ Rgb ref_hsv_to_rgb(double h, double s, double v) {
     const double f = sixths - std::floor(sixths);
     const double p = v * (1.0 - s), q = v * (1.0 - s * f), t = v * (1.0 - s * (1.0 - f));
     switch (sector) {
-        case 0: return {v, t, p};
-        case 1: return {q, v, p};
-        case 2: return {p, v, t};
-        case 3: return {p, q, v};
-        case 4: return {t, p, v};
-        default: return {v, p, q};
+        case 0:
+            return {v, t, p};
+        case 1:
+            return {q, v, p};
+        case 2:
+            return {p, v, t};
+        case 3:
+            return {p, q, v};
+        case 4:
+            return {t, p, v};
+        default:
+            return {v, p, q};
     }
 }
 
@@ -64,8 +70,12 @@ struct Ref {
     double hue, sat, amount, color[3], black, low, high, in_min[3], in_max[3], out_min[3],
         out_max[3];
     explicit Ref(const RenderOutputSettings &s)
-        : hue(s.hueOffset), sat(s.saturation), amount(s.colorAmount), black(s.blackLevel),
-          low(s.outputMin), high(s.outputMax) {
+        : hue(s.hueOffset),
+          sat(s.saturation),
+          amount(s.colorAmount),
+          black(s.blackLevel),
+          low(s.outputMin),
+          high(s.outputMax) {
         for (int i = 0; i < 3; ++i) {
             color[i] = s.color[i];
             in_min[i] = s.inputMinRGB[i];
@@ -113,8 +123,7 @@ Rgb ref_levels(const Ref &st, bool bw, bool comp, Rgb c) {
             c = {st.low, st.low, st.low};
         } else {
             const double k =
-                (st.low + (l - st.black) / std::max(1.0 - st.black, 1e-5) * (st.high - st.low)) /
-                l;
+                (st.low + (l - st.black) / std::max(1.0 - st.black, 1e-5) * (st.high - st.low)) / l;
             c = {c.r * k, c.g * k, c.b * k};
         }
     }
@@ -123,10 +132,11 @@ Rgb ref_levels(const Ref &st, bool bw, bool comp, Rgb c) {
         double *v[3] = {&c.r, &c.g, &c.b};
         for (int i = 0; i < 3; ++i) {
             const double lo = st.out_min[i];
-            *v[i] = (*v[i] == 0.0 || l == 0.0) ? lo
-                                               : lo + (*v[i] - st.in_min[i]) /
-                                                          std::max(st.in_max[i] - st.in_min[i], 1e-4) *
-                                                          (st.out_max[i] - lo);
+            *v[i] = (*v[i] == 0.0 || l == 0.0)
+                        ? lo
+                        : lo + (*v[i] - st.in_min[i]) /
+                                   std::max(st.in_max[i] - st.in_min[i], 1e-4) *
+                                   (st.out_max[i] - lo);
         }
     }
     return c;
@@ -161,16 +171,17 @@ RenderOutputSettings busy(std::mt19937 &rng) {
 
 // In-gamut and HDR colours, greys, black, primaries, and a few that are not finite.
 std::vector<float> pixels(std::size_t random_count, bool with_non_finite) {
-    std::vector<float> p = {0, 0, 0,   1, 1, 1,   0.5f, 0.5f, 0.5f, 1, 0, 0,    0, 1, 0,
-                            0, 0, 1,   1, 1, 0,   0, 1, 1,       3, 1.5f, 0.2f, 0.8f, 0.2f, 0.2f,
-                            -0.2f, 0.5f, 0.1f};
+    std::vector<float> p = {0, 0, 0, 1,    1,    1,    0.5f, 0.5f, 0.5f,  1,    0,
+                            0, 0, 1, 0,    0,    0,    1,    1,    1,     0,    0,
+                            1, 1, 3, 1.5f, 0.2f, 0.8f, 0.2f, 0.2f, -0.2f, 0.5f, 0.1f};
     if (with_non_finite) {
         const float nan = std::nanf(""), inf = INFINITY;
         p.insert(p.end(), {nan, 0.5f, 0.2f, inf, 0.1f, 0.1f, 0.2f, -inf, 0.0f});
     }
     std::mt19937 rng(7);
     std::uniform_real_distribution<float> unit(0.0f, 1.0f);
-    for (std::size_t i = 0; i < random_count * 3; ++i) p.push_back(unit(rng) * (i % 7 == 0 ? 4.0f : 1.0f));
+    for (std::size_t i = 0; i < random_count * 3; ++i)
+        p.push_back(unit(rng) * (i % 7 == 0 ? 4.0f : 1.0f));
     return p;
 }
 
@@ -181,7 +192,8 @@ bool same_bits(const float *a, const float *b, std::size_t n) {
 void expect_near_rgb(const float *got, const Rgb &want, const char *what) {
     const double w[3] = {want.r, want.g, want.b};
     for (int i = 0; i < 3; ++i) {
-        EXPECT_NEAR(got[i], w[i], 2e-5 * std::max(1.0, std::fabs(w[i]))) << what << " component " << i;
+        EXPECT_NEAR(got[i], w[i], 2e-5 * std::max(1.0, std::fabs(w[i])))
+            << what << " component " << i;
     }
 }
 
@@ -200,10 +212,9 @@ const HueSatCase kHueSat[] = {
     {"Colorization", RenderHueSatPixelColor_Colorization, false, false, true},
     {"HueOffset_Saturation", RenderHueSatPixelColor_HueOffset_Saturation, true, true, false},
     {"HueOffset_Colorization", RenderHueSatPixelColor_HueOffset_Colorization, true, false, true},
-    {"Saturation_Colorization", RenderHueSatPixelColor_Saturation_Colorization, false, true,
-     true},
-    {"HueOffset_Saturation_Colorization",
-     RenderHueSatPixelColor_HueOffset_Saturation_Colorization, true, true, true},
+    {"Saturation_Colorization", RenderHueSatPixelColor_Saturation_Colorization, false, true, true},
+    {"HueOffset_Saturation_Colorization", RenderHueSatPixelColor_HueOffset_Saturation_Colorization,
+     true, true, true},
 };
 
 struct LevelCase {
@@ -232,10 +243,14 @@ TEST(ColorHsv, KnownColoursAndExactRoundTrips) {
         double h, s, v;
     };
     const Known known[] = {
-        {{1, 0, 0}, 0.0, 1.0, 1.0},           {{0, 1, 0}, kTwoPi / 3, 1.0, 1.0},
-        {{0, 0, 1}, 2 * kTwoPi / 3, 1.0, 1.0}, {{1, 0, 1}, 5 * kTwoPi / 6, 1.0, 1.0},
-        {{2, 1, 1}, 0.0, 0.5, 2.0},           {{0.5f, 0.5f, 0.5f}, 0.0, 0.0, 0.5},
-        {{0, 0, 0}, 0.0, 0.0, 0.0},           {{-1, -2, -3}, kTwoPi / 12, 0.0, -1.0},
+        {{1, 0, 0}, 0.0, 1.0, 1.0},
+        {{0, 1, 0}, kTwoPi / 3, 1.0, 1.0},
+        {{0, 0, 1}, 2 * kTwoPi / 3, 1.0, 1.0},
+        {{1, 0, 1}, 5 * kTwoPi / 6, 1.0, 1.0},
+        {{2, 1, 1}, 0.0, 0.5, 2.0},
+        {{0.5f, 0.5f, 0.5f}, 0.0, 0.0, 0.5},
+        {{0, 0, 0}, 0.0, 0.0, 0.0},
+        {{-1, -2, -3}, kTwoPi / 12, 0.0, -1.0},
     };
     for (const Known &k : known) {
         double hsv[3];
@@ -288,8 +303,9 @@ TEST(RenderHueSat, EveryVariantFollowsTheFormulas) {
             for (std::size_t i = 0; i < px.size(); i += 3) {
                 float out[3];
                 v.fn(&s, &px[i], out);
-                expect_near_rgb(out, ref_hue_sat(Ref(s), v.hue, v.sat, v.col, {px[i], px[i + 1], px[i + 2]}),
-                                v.name);
+                expect_near_rgb(
+                    out, ref_hue_sat(Ref(s), v.hue, v.sat, v.col, {px[i], px[i + 1], px[i + 2]}),
+                    v.name);
             }
         }
     }
@@ -483,9 +499,10 @@ TEST(RenderOutputImage, EveryKernelAgreesWithThePixelFunctionsBitForBit) {
     for (const HueSatCase &h : kHueSat) {
         for (int levels = 0; levels < 4; ++levels) {
             RenderOutputSettings s = busy(rng);
-            s.flags = hue_flags(h) | ((levels & 2) != 0 ? RENDER_LEVELS_RED | RENDER_LEVELS_BLUE |
-                                                              RENDER_LEVELS_INPUT | RENDER_LEVELS_OUTPUT
-                                                        : 0u);
+            s.flags =
+                hue_flags(h) | ((levels & 2) != 0 ? RENDER_LEVELS_RED | RENDER_LEVELS_BLUE |
+                                                        RENDER_LEVELS_INPUT | RENDER_LEVELS_OUTPUT
+                                                  : 0u);
             if ((levels & 1) == 0) s.blackLevel = 0.0f, s.outputMin = 0.0f, s.outputMax = 1.0f;
             std::vector<float> want(px.size());
             for (std::size_t i = 0; i < px.size(); i += 3) {
@@ -499,9 +516,11 @@ TEST(RenderOutputImage, EveryKernelAgreesWithThePixelFunctionsBitForBit) {
             RenderOutputApplyImage(&s, in_place.data(), in_place.data(), count);
             ASSERT_TRUE(same_bits(in_place.data(), want.data(), px.size()));
             const RenderOutputSettings prepared = vx::render::prepare(s);
-            for (auto isa : {vx::render::Isa::portable, vx::render::Isa::avx2, vx::render::Isa::avx512}) {
+            for (auto isa :
+                 {vx::render::Isa::portable, vx::render::Isa::avx2, vx::render::Isa::avx512}) {
                 std::vector<float> each(px.size(), -1.0f);
-                if (!vx::render::apply_image_with(isa, prepared, px.data(), each.data(), count)) continue;
+                if (!vx::render::apply_image_with(isa, prepared, px.data(), each.data(), count))
+                    continue;
                 ASSERT_TRUE(same_bits(each.data(), want.data(), px.size()))
                     << h.name << " " << levels << " kernels " << static_cast<int>(isa);
             }
