@@ -16,6 +16,7 @@
 #include "vexor/log.h"
 #include "vexor/mark.h"
 #include "vexor/maths.h"
+#include "vexor/matrix4.h"
 #include "vexor/memory.h"
 #include "vexor/mesh.h"
 #include "vexor/package.h"
@@ -28,5 +29,6 @@
 #include "vexor/value.h"
 #include "vexor/version.h"
 #include "vexor/vmap.h"
+#include "vexor/xfrm.h"
 
 #endif
