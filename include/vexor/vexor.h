@@ -27,6 +27,7 @@
 #include "vexor/undo.h"
 #include "vexor/value.h"
 #include "vexor/version.h"
+#include "vexor/svec.h"
 #include "vexor/vmap.h"
 
 #endif
