@@ -65,7 +65,7 @@ void BM_MemcpySameBytes(benchmark::State &state) {
         std::memcpy(to.data(), from.data(), bytes);
         benchmark::ClobberMemory();
     }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
+    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(bytes));
 }
 BENCHMARK(BM_MemcpySameBytes);
 
