@@ -20,8 +20,15 @@ bool needs_clear(const PacketDef &def) noexcept {
     return def.holds_object() || (def.ops != nullptr && def.ops->Clear != nullptr);
 }
 
-void *&object_at(void *packet) noexcept {
-    return *static_cast<void **>(packet);
+// An object packet may lie at any 4-byte offset, so its pointer is moved as bytes.
+void *load_object(const void *packet) noexcept {
+    void *object;
+    std::memcpy(&object, packet, sizeof object);
+    return object;
+}
+
+void store_object(void *packet, void *object) noexcept {
+    std::memcpy(packet, &object, sizeof object);
 }
 
 }  // namespace
@@ -29,9 +36,10 @@ void *&object_at(void *packet) noexcept {
 void copy_value(const PacketDef &def, void *dst, const void *src) noexcept {
     if (dst == src) return;
     if (def.holds_object()) {
-        void *object = object_at(const_cast<void *>(src));
+        void *object = load_object(src);
         if (object != nullptr) com::add_ref(object);
-        void *old = std::exchange(object_at(dst), object);
+        void *old = load_object(dst);
+        store_object(dst, object);
         if (old != nullptr) com::release(old);
     } else if (def.ops != nullptr && def.ops->Copy != nullptr) {
         def.ops->Copy(dst, src);
@@ -42,7 +50,9 @@ void copy_value(const PacketDef &def, void *dst, const void *src) noexcept {
 
 void clear_value(const PacketDef &def, void *packet) noexcept {
     if (def.holds_object()) {
-        if (void *old = std::exchange(object_at(packet), nullptr)) com::release(old);
+        void *old = load_object(packet);
+        store_object(packet, nullptr);
+        if (old != nullptr) com::release(old);
     } else if (def.ops != nullptr && def.ops->Clear != nullptr) {
         def.ops->Clear(packet);
     }
@@ -103,9 +113,9 @@ void copy_up(GVector &gv, std::uint32_t index) noexcept {
         // was last left), as a packet's Copy operation expects.
         for (std::size_t r = 0, at = s.offset; r < gv.count; ++r, at += gv.row) {
             if (s.def->holds_object()) {
-                void *object = object_at(const_cast<unsigned char *>(from + at));
+                void *object = load_object(from + at);
                 if (object != nullptr) com::add_ref(object);
-                object_at(to + at) = object;
+                store_object(to + at, object);
             } else if (s.def->ops != nullptr && s.def->ops->Copy != nullptr) {
                 s.def->ops->Copy(to + at, from + at);
             } else {

@@ -391,6 +391,16 @@ VX_API int GVSetObject(GVector *gv, unsigned int index, void *object) {
     return 1;
 }
 
+VX_API void *GVObject(GVector *gv, unsigned int index) {
+    if (gv == nullptr) return nullptr;
+    const GVector::Slot *s = slot_of(*gv, index);
+    if (s == nullptr || !s->def->holds_object()) return nullptr;
+    const void *packet = GVPacket(gv, index, GV_READ);
+    void *object = nullptr;
+    if (packet != nullptr) std::memcpy(&object, packet, sizeof object);
+    return object;
+}
+
 VX_API int GVCopy(GVector *dst, const GVector *src) {
     return dst != nullptr && src != nullptr ? copy(*dst, *src, nullptr, false) : 0;
 }

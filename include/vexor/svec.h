@@ -197,6 +197,11 @@ VX_API int GVSetPacket(GVector *gv, unsigned int index, const void *src);
  * of size 0. */
 VX_API int GVSetObject(GVector *gv, unsigned int index, void *object);
 
+/* The component object a packet of size 0 holds at the current level (no reference is added),
+ * or null. Object packets lie on 4-byte boundaries, so read them with this rather than
+ * through a pointer. */
+VX_API void *GVObject(GVector *gv, unsigned int index);
+
 /* Copies every packet that both vectors have from src's current row and level to dst's,
  * through the packets' Copy operations. Returns the number of packets copied. */
 VX_API int GVCopy(GVector *dst, const GVector *src);

@@ -75,7 +75,8 @@ TEST_F(Vectors, ObjectPacketsHoldReferencesPerLevel) {
     GVector *parented = GVCreate(type, probe, 0);
     EXPECT_EQ(GVParent(parented), probe);
     EXPECT_EQ(GVCopy(parented, gv), 4);
-    EXPECT_EQ(*static_cast<void **>(GVPacket(parented, obj, GV_READ)), probe);
+    EXPECT_EQ(GVObject(parented, obj), probe);
+    EXPECT_EQ(GVObject(parented, idx("shade.diffuse")), nullptr);
     GVDestroy(parented);
     GVDestroy(gv);
     gv = nullptr;
