@@ -358,6 +358,8 @@ bool destroy(Mesh *mesh) noexcept {
             }
         }
     }
+    mesh->flags |= kDying;
+    mesh->batch_depth = kBuilding;
     unlink(mesh);
     delete mesh;
     return true;

@@ -46,6 +46,9 @@ inline constexpr std::uint16_t kDead = 0x8000;
 inline constexpr std::uint16_t kChanged = 0x4000;
 
 inline constexpr std::uint32_t kBuilding = 0xFFFFFFFF;
+// Set in the mesh flags while the mesh is torn down: modules asked to change it then (from a
+// meta data drop step) leave it alone rather than make records that nothing would free.
+inline constexpr std::uint32_t kDying = 0x80000000u;
 inline constexpr std::uint32_t kNoBatch = 0xFFFFFFFF;
 
 // Vertex arrays of up to this many vertices come from the mesh's per-size pools.

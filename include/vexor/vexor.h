@@ -23,9 +23,11 @@
 #include "vexor/ptag.h"
 #include "vexor/scene.h"
 #include "vexor/scene_io.h"
+#include "vexor/subd.h"
 #include "vexor/time.h"
 #include "vexor/undo.h"
 #include "vexor/value.h"
+#include "vexor/vbuf.h"
 #include "vexor/version.h"
 #include "vexor/vmap.h"
 
