@@ -137,6 +137,11 @@ struct Mesh {
 namespace vx::mesh {
 
 void startup();  // raises on failure
+// A step that every first MeshStartup runs after the built-in types and classes are defined:
+// how later modules (subdivision surfaces) set up the polygon types they keep data for. Steps
+// are added by static initialisers; a step may raise. False when the table is full.
+using StartupStep = void (*)();
+bool add_startup_step(StartupStep step) noexcept;
 void shutdown() noexcept;
 bool started() noexcept;
 Port *global_port() noexcept;

@@ -134,6 +134,14 @@ const Classes &classes() {
     return defined;
 }
 
+namespace {
+// Meshes made after MeshStartup get their records of the subdivision classes at MeshCreate.
+void define_at_startup() {
+    classes();
+}
+[[maybe_unused]] const bool g_step_added = vx::mesh::add_startup_step(&define_at_startup);
+}  // namespace
+
 bool dying(const Mesh *mesh) noexcept {
     return (mesh->flags & vx::mesh::kDying) != 0;
 }
