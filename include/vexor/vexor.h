@@ -4,6 +4,8 @@
 #define VEXOR_VEXOR_H
 
 #include "vexor/action.h"
+#include "vexor/axis.h"
+#include "vexor/bbox.h"
 #include "vexor/block.h"
 #include "vexor/cinema.h"
 #include "vexor/env.h"
@@ -19,6 +21,7 @@
 #include "vexor/memory.h"
 #include "vexor/mesh.h"
 #include "vexor/package.h"
+#include "vexor/polygon.h"
 #include "vexor/port.h"
 #include "vexor/ptag.h"
 #include "vexor/scene.h"
@@ -26,6 +29,7 @@
 #include "vexor/time.h"
 #include "vexor/undo.h"
 #include "vexor/value.h"
+#include "vexor/vector.h"
 #include "vexor/version.h"
 #include "vexor/vmap.h"
 
