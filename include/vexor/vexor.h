@@ -14,6 +14,7 @@
 #include "vexor/eval.h"
 #include "vexor/export.h"
 #include "vexor/failure.h"
+#include "vexor/group.h"
 #include "vexor/host.h"
 #include "vexor/log.h"
 #include "vexor/mark.h"
