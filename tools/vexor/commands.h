@@ -21,6 +21,7 @@ struct Subcommand {
 int vexor_demo(int argc, char **argv);
 int vexor_env(int argc, char **argv);
 int vexor_gallery(int argc, char **argv);
+int vexor_image(int argc, char **argv);
 int vexor_scene(int argc, char **argv);
 
 // In the order `vexor --help` lists them.
@@ -101,4 +102,15 @@ inline constexpr Subcommand kSubcommands[] = {
      "  --svg PATH       where to write the picture (default: vexor-scene-plot.svg)\n"
      "\n"
      "example: vexor demo && vexor scene plot vexor-demo.vxr --action scene --to 3\n"},
+    {"image", "what a PNG or EXR picture holds, or the picture in the other format", vexor_image,
+     "usage: vexor image info FILE...\n"
+     "       vexor image convert IN OUT\n"
+     "\n"
+     "info prints each picture's format, size and channels, and the smallest, largest\n"
+     "and mean value of every channel (PNG samples read as 0 to 1). convert reads a\n"
+     "PNG or EXR picture and writes it as the format OUT's name ends in: .png (8-bit,\n"
+     "values clamped to 0 to 1) or .exr (32-bit float). Pictures of more than 64\n"
+     "megapixels are refused.\n"
+     "\n"
+     "example: vexor image convert render.exr preview.png\n"},
 };
