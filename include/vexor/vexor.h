@@ -4,6 +4,8 @@
 #define VEXOR_VEXOR_H
 
 #include "vexor/action.h"
+#include "vexor/axis.h"
+#include "vexor/bbox.h"
 #include "vexor/blend.h"
 #include "vexor/block.h"
 #include "vexor/cinema.h"
@@ -13,6 +15,7 @@
 #include "vexor/eval.h"
 #include "vexor/export.h"
 #include "vexor/failure.h"
+#include "vexor/group.h"
 #include "vexor/host.h"
 #include "vexor/log.h"
 #include "vexor/mark.h"
@@ -20,15 +23,19 @@
 #include "vexor/memory.h"
 #include "vexor/mesh.h"
 #include "vexor/package.h"
+#include "vexor/polygon.h"
 #include "vexor/port.h"
 #include "vexor/ptag.h"
 #include "vexor/scene.h"
 #include "vexor/scene_io.h"
+#include "vexor/subd.h"
+#include "vexor/svec.h"
 #include "vexor/time.h"
 #include "vexor/undo.h"
 #include "vexor/value.h"
+#include "vexor/vbuf.h"
+#include "vexor/vector.h"
 #include "vexor/version.h"
-#include "vexor/svec.h"
 #include "vexor/vmap.h"
 
 #endif
