@@ -135,6 +135,9 @@ inline T formula(T x, T y) noexcept {
 template <class T>
 using Formula = T (*)(T x, T y);
 
+// The tables stay inside the file that includes this header: the library exports only C.
+namespace {
+
 template <class T, bool Guard, std::size_t... M>
 constexpr std::array<Formula<T>, kModeCount> make_table(std::index_sequence<M...>) {
     return {&formula<static_cast<int>(M), Guard, T>...};
@@ -167,6 +170,8 @@ constexpr std::array<Composite<T>, kModeCount> make_composites(std::index_sequen
 template <class T>
 inline constexpr std::array<Composite<T>, kModeCount> kComposites =
     make_composites<T>(std::make_index_sequence<kModeCount>());
+
+}  // namespace
 
 // A channel blend by mode; an unknown mode blends towards 0.
 template <class T>
