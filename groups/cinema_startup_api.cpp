@@ -1,19 +1,21 @@
-// The C interface of the scene module's start and stop. It lives with the action module because
-// starting scenes also starts actions (and stopping them stops actions first), and the scene
-// module cannot reach the modules above it.
+// The C interface of the scene module's start and stop. It lives in the top module that takes
+// part in scenes, because starting scenes also starts actions and the item types of the
+// modules above them (transforms), and stopping them stops those first; the scene module
+// cannot reach the modules above it.
 #include <vexor/action.h>
 #include <vexor/cinema.h>
 
 #include "eval/modifier_builtin.h"
 #include "foundation/failure.h"
 #include "foundation/guard.h"
+#include "groups/xfrm.h"
 #include "scene/cinema_module.h"
 
 extern "C" {
 
 // Both modules count their starts, so every successful CinemaStartup starts each once and every
 // CinemaShutdown stops each once, actions first. Unbalanced calls are ignored by both. The
-// modifiers this library ships are registered with the first start.
+// modifiers this library ships and the transform types are registered with the first start.
 VX_API void CinemaStartup(void) {
     vx::guard([] {
         vx::cine::start_module();
@@ -21,12 +23,14 @@ VX_API void CinemaStartup(void) {
         if (CineActionStartup() == 0) vx::fail(vx::rc::no_memory, "actions could not start");
         vx::OnFailure stop_actions([] { CineActionShutdown(); });
         vx::eval::register_builtin_modifiers();
+        vx::xfrm::start();
     });
 }
 
 VX_API void CinemaShutdown(void) {
     // Scenes still alive at the last stop go while actions can still drop their data.
     vx::cine::destroy_scenes_before_stop();
+    vx::xfrm::stop();
     CineActionShutdown();
     vx::cine::stop_module();
 }
