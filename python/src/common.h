@@ -28,7 +28,7 @@ namespace vxpy {
 std::recursive_mutex &library_mutex();
 
 class LibraryLock {
-public:
+  public:
     LibraryLock() {
         if (!library_mutex().try_lock()) {
             py::gil_scoped_release released;
@@ -51,7 +51,9 @@ void without_gil(Work &&work) {
 // Raises vexor.VexorError with the library's last failure (or `what` when there is none).
 [[noreturn]] void raise_failure(const std::string &what);
 // Clears the thread's last failure so a later failure result can be explained by it.
-inline void begin_call() { VxClearFailure(); }
+inline void begin_call() {
+    VxClearFailure();
+}
 // Raises when a call reported failure with a zero result.
 inline void check(int ok, const char *what) {
     if (ok == 0) raise_failure(what);
@@ -88,11 +90,10 @@ struct SceneState {
 };
 using SceneRef = std::shared_ptr<SceneState>;
 
-
 // A Python callback on a port. The owner of the port keeps its subscribers and cancels them
 // before the port goes; Python holds a Subscription that may cancel one earlier.
 class Subscriber {
-public:
+  public:
     // Turns an event into the callback's arguments (called with the GIL held).
     using Convert = py::tuple (*)(void *context, void *sender, uint32_t code, void *data);
     Subscriber(Port *port, py::function callback, Convert convert, void *context);
@@ -103,7 +104,7 @@ public:
     void cancel(bool port_alive = true);
     bool active() const { return attachment_ != 0; }
 
-private:
+  private:
     static void deliver(void *client, void *sender, uint32_t code, void *data);
     Port *port_;
     uint64_t attachment_ = 0;

@@ -23,7 +23,9 @@ std::vector<Envelope *> &graveyard() {
     return envelopes;
 }
 
-bool recording() { return (UndoSysState() & VX_UNDO_RECORDING_MASK) == VX_UNDO_ENABLED; }
+bool recording() {
+    return (UndoSysState() & VX_UNDO_RECORDING_MASK) == VX_UNDO_ENABLED;
+}
 
 struct PyEnvelope {
     Envelope *env = nullptr;
@@ -50,8 +52,9 @@ struct PyEnvelope {
     Envelope *get() const {
         if (env == nullptr || !library_running()) raise_gone("the envelope has been released");
         if (!owned && !valid())
-            raise_gone("the envelope is no longer held by its action entry (replaced, cleared, "
-                       "or its scene destroyed)");
+            raise_gone(
+                "the envelope is no longer held by its action entry (replaced, cleared, "
+                "or its scene destroyed)");
         return env;
     }
     // Called before every edit: remembers that the history may now refer to the envelope.
@@ -114,8 +117,9 @@ unsigned behavior_code(py::handle value) {
         const std::string name = value.cast<std::string>();
         for (unsigned i = 0; i < 7; ++i)
             if (name == names[i]) return i;
-        throw py::value_error("unknown behaviour '" + name +
-                              "' (reset, constant, repeat, oscillate, offset_repeat, linear, none)");
+        throw py::value_error(
+            "unknown behaviour '" + name +
+            "' (reset, constant, repeat, oscillate, offset_repeat, linear, none)");
     }
     const int code = value.cast<int>();
     if (code < 0 || code > 6) throw py::value_error("a behaviour is 0 to 6");
@@ -140,9 +144,10 @@ unsigned slope_code(py::handle value) {
         const char *name;
         unsigned code;
     };
-    static const Named names[] = {{"manual", ENV_SLOPE_MANUAL},         {"auto", ENV_SLOPE_AUTO},
-                                  {"linear_in", ENV_SLOPE_LINEAR_IN},   {"linear_out", ENV_SLOPE_LINEAR_OUT},
-                                  {"auto_flat", ENV_SLOPE_AUTO_FLAT},   {"stepped", ENV_SLOPE_STEPPED}};
+    static const Named names[] = {
+        {"manual", ENV_SLOPE_MANUAL},       {"auto", ENV_SLOPE_AUTO},
+        {"linear_in", ENV_SLOPE_LINEAR_IN}, {"linear_out", ENV_SLOPE_LINEAR_OUT},
+        {"auto_flat", ENV_SLOPE_AUTO_FLAT}, {"stepped", ENV_SLOPE_STEPPED}};
     if (py::isinstance<py::str>(value)) {
         const std::string name = value.cast<std::string>();
         for (const Named &n : names)
@@ -205,9 +210,11 @@ py::tuple envelope_event(void *context, void *, uint32_t code, void *data) {
     const auto *note = static_cast<const EnvNote *>(data);
     py::object key = py::none();
     // A removed or destroyed key is not handed out: it may be gone by the time Python looks.
-    if (note != nullptr && note->key != nullptr && code != ENV_NOTE_REMOVE && code != ENV_NOTE_DESTROY)
+    if (note != nullptr && note->key != nullptr && code != ENV_NOTE_REMOVE &&
+        code != ENV_NOTE_DESTROY)
         key = key_object(py::reinterpret_borrow<py::object>(owner), note->key);
-    static const char *const names[] = {"", "destroy", "insert", "key", "time", "remove", "envelope"};
+    static const char *const names[] = {"",     "destroy", "insert",  "key",
+                                        "time", "remove",  "envelope"};
     const char *name = code <= 6 ? names[code] : "";
     return py::make_tuple(name, key, note != nullptr ? note->start : 0.0,
                           note != nullptr ? note->end : 0.0);
@@ -321,7 +328,8 @@ void register_envelopes(py::module_ &m) {
                 EnvKey *key = k.get();
                 Envelope *env = k.envelope().edit();
                 if (EnvType(env) == 1) {
-                    check(EnvKeySetValueInt(env, key, value.cast<int>()), "could not set the value");
+                    check(EnvKeySetValueInt(env, key, value.cast<int>()),
+                          "could not set the value");
                 } else {
                     const double v = value.cast<double>();
                     require_finite(v, "a key's value");
@@ -342,15 +350,24 @@ void register_envelopes(py::module_ &m) {
                 EnvKey *key = k.get();
                 Envelope *env = k.envelope().edit();
                 UndoBlockBegin();
-                const int ok = EnvKeySetSlopeType(env, key, 0, code) & EnvKeySetSlopeType(env, key, 1, code);
+                const int ok =
+                    EnvKeySetSlopeType(env, key, 0, code) & EnvKeySetSlopeType(env, key, 1, code);
                 UndoBlockEnd();
                 check(ok, "could not set the slope type");
             },
             "The slope type of both sides (Slope.AUTO, 'linear_in', ...); reads the outgoing side.")
         .def_property_readonly(
-            "incoming", [](const Key &k) { return KeySide{k, 0}; }, "The incoming side (tangent).")
+            "incoming",
+            [](const Key &k) {
+                return KeySide{k, 0};
+            },
+            "The incoming side (tangent).")
         .def_property_readonly(
-            "outgoing", [](const Key &k) { return KeySide{k, 1}; }, "The outgoing side (tangent).")
+            "outgoing",
+            [](const Key &k) {
+                return KeySide{k, 1};
+            },
+            "The outgoing side (tangent).")
         .def_property(
             "broken",
             [](const Key &k) {
@@ -381,15 +398,18 @@ void register_envelopes(py::module_ &m) {
                 return py::make_tuple(time, value);
             },
             py::arg("side") = 1, "The end of the tangent handle of a side, as (time, value).")
-        .def("__repr__", [](const Key &k) {
-            LibraryLock lock;
-            EnvKey *key = k.get();
-            const bool integer = EnvType(k.envelope().get()) == 1;
-            return "<vexor.Key time=" + std::to_string(EnvKeyTime(key)) + " value=" +
-                   (integer ? std::to_string(EnvKeyValueInt(key)) : std::to_string(EnvKeyValue(key))) +
-                   ">";
-        })
-        .def("__eq__", [](const Key &a, const Key &b) { return a.key == b.key && a.owner.is(b.owner); })
+        .def("__repr__",
+             [](const Key &k) {
+                 LibraryLock lock;
+                 EnvKey *key = k.get();
+                 const bool integer = EnvType(k.envelope().get()) == 1;
+                 return "<vexor.Key time=" + std::to_string(EnvKeyTime(key)) + " value=" +
+                        (integer ? std::to_string(EnvKeyValueInt(key))
+                                 : std::to_string(EnvKeyValue(key))) +
+                        ">";
+             })
+        .def("__eq__",
+             [](const Key &a, const Key &b) { return a.key == b.key && a.owner.is(b.owner); })
         .def("__hash__", [](const Key &k) { return std::hash<const void *>()(k.key); });
 
     py::class_<KeySide>(m, "KeySide", "One side of a key: its slope, slope type and weight.")
@@ -631,8 +651,9 @@ void register_envelopes(py::module_ &m) {
                 LibraryLock lock;
                 begin_call();
                 Envelope *source = self.get();
-                Envelope *env = check_ptr(EnvType(source) == 1 ? EnvCreateInt(nullptr) : EnvCreate(nullptr),
-                                          "could not make an envelope");
+                Envelope *env =
+                    check_ptr(EnvType(source) == 1 ? EnvCreateInt(nullptr) : EnvCreate(nullptr),
+                              "could not make an envelope");
                 UndoSysSuspend();  // a new envelope: its filling is no step of the history
                 const int copied = EnvCopy(env, source);
                 UndoSysResume();
@@ -690,8 +711,8 @@ void register_envelopes(py::module_ &m) {
                     self.port = port;
                     EnvSetPort(env, port);
                 }
-                auto subscriber = std::make_shared<Subscriber>(port, std::move(callback), &envelope_event,
-                                                               owner.ptr());
+                auto subscriber = std::make_shared<Subscriber>(port, std::move(callback),
+                                                               &envelope_event, owner.ptr());
                 self.subscribers.push_back(subscriber);
                 return make_subscription(subscriber);
             },
@@ -707,9 +728,9 @@ void register_envelopes(py::module_ &m) {
             EnvKeyList *list = EnvGetKeyList(self.env);
             for (EnvKey *k = list->head; k->succ != nullptr; k = k->succ) ++count;
             return std::string("<vexor.Envelope ") + (EnvType(self.env) == 1 ? "integer " : "") +
-                   std::to_string(count) + " keys" + (self.owned ? "" : ", held by an action") + ">";
+                   std::to_string(count) + " keys" + (self.owned ? "" : ", held by an action") +
+                   ">";
         });
-
 }
 
 }  // namespace vxpy

@@ -54,9 +54,10 @@ py::object make_subscription(const std::shared_ptr<Subscriber> &subscriber) {
 }
 
 void register_events(py::module_ &m) {
-    py::class_<SubscriptionHandle>(m, "Subscription",
-                             "A callback listening to an object's changes. cancel() stops it; "
-                             "it also stops when its object goes away.")
+    py::class_<SubscriptionHandle>(
+        m, "Subscription",
+        "A callback listening to an object's changes. cancel() stops it; "
+        "it also stops when its object goes away.")
         .def(
             "cancel",
             [](SubscriptionHandle &self) {

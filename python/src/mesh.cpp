@@ -22,7 +22,9 @@ std::vector<Mesh *> &graveyard() {
     return meshes;
 }
 
-bool recording() { return (UndoSysState() & VX_UNDO_RECORDING_MASK) == VX_UNDO_ENABLED; }
+bool recording() {
+    return (UndoSysState() & VX_UNDO_RECORDING_MASK) == VX_UNDO_ENABLED;
+}
 
 uint32_t code4(const std::string &text) {
     if (text.size() != 4) throw py::value_error("a type code is four characters ('FACE', 'TXUV')");
@@ -31,7 +33,8 @@ uint32_t code4(const std::string &text) {
 
 std::string code_text(uint32_t code) {
     std::string text(4, ' ');
-    for (int i = 0; i < 4; ++i) text[static_cast<size_t>(i)] = static_cast<char>((code >> (24 - 8 * i)) & 0xFFu);
+    for (int i = 0; i < 4; ++i)
+        text[static_cast<size_t>(i)] = static_cast<char>((code >> (24 - 8 * i)) & 0xFFu);
     return text;
 }
 
@@ -134,14 +137,17 @@ std::vector<float> map_values(const Map &map, py::handle values) {
 }
 
 template <typename Element, typename Handle>
-py::list element_list(py::object owner, unsigned count, Handle *(*by_index)(const Mesh *, unsigned)) {
+py::list element_list(py::object owner, unsigned count,
+                      Handle *(*by_index)(const Mesh *, unsigned)) {
     Mesh *mesh = owner.cast<PyMesh &>().get();
     py::list list;
     for (unsigned i = 0; i < count; ++i) list.append(Element{owner, by_index(mesh, i)});
     return list;
 }
 
-py::tuple mesh_event(void *, void *, uint32_t code, void *) { return py::make_tuple(code); }
+py::tuple mesh_event(void *, void *, uint32_t code, void *) {
+    return py::make_tuple(code);
+}
 
 // Marks as (set, clear) keyword pairs, the way MESH_MARK_MODE packs them.
 uint32_t mark_mode(unsigned set, unsigned clear) {
@@ -235,7 +241,8 @@ void register_meshes(py::module_ &m) {
                  LibraryLock lock;
                  begin_call();
                  t.polygon.mesh();
-                 check(PTagSet(t.polygon.polygon, code4(type), text.c_str()), "could not set the tag");
+                 check(PTagSet(t.polygon.polygon, code4(type), text.c_str()),
+                       "could not set the tag");
              })
         .def("__delitem__",
              [](const Tags &t, const std::string &type) {
@@ -339,8 +346,8 @@ void register_meshes(py::module_ &m) {
         .def("__hash__", [](const Polygon &p) { return std::hash<const void *>()(p.polygon); })
         .def("__repr__", [](const Polygon &p) {
             p.mesh();
-            return "<vexor.Polygon " + code_text(PolyTypeCode(MeshPolygonType(p.polygon))) + " of " +
-                   std::to_string(MeshNumVrtInPol(p.polygon)) + " vertices>";
+            return "<vexor.Polygon " + code_text(PolyTypeCode(MeshPolygonType(p.polygon))) +
+                   " of " + std::to_string(MeshNumVrtInPol(p.polygon)) + " vertices>";
         });
 
     py::class_<Map>(m, "VertexMap",
@@ -348,8 +355,7 @@ void register_meshes(py::module_ &m) {
                     "morphs, colours, ...), or per vertex of one polygon. Index it with a Vertex "
                     "or a vertex index. Edits are undoable.")
         .def_property(
-            "name",
-            [](const Map &map) { return std::string(VMapName(map.get())); },
+            "name", [](const Map &map) { return std::string(VMapName(map.get())); },
             [](const Map &map, const std::string &name) {
                 LibraryLock lock;
                 begin_call();
@@ -374,21 +380,24 @@ void register_meshes(py::module_ &m) {
                  LibraryLock lock;
                  begin_call();
                  const std::vector<float> v = map_values(map, values);
-                 check_ptr(VMapSet(map.edit(), map_vertex(map, vertex), v.empty() ? nullptr : v.data()),
-                           "could not set the value");
+                 check_ptr(
+                     VMapSet(map.edit(), map_vertex(map, vertex), v.empty() ? nullptr : v.data()),
+                     "could not set the value");
              })
         .def("__delitem__",
              [](const Map &map, py::handle vertex) {
                  LibraryLock lock;
-                 if (VMapUnset(map.edit(), map_vertex(map, vertex)) == 0) throw py::key_error("no value");
+                 if (VMapUnset(map.edit(), map_vertex(map, vertex)) == 0)
+                     throw py::key_error("no value");
              })
         .def(
             "get",
             [](const Map &map, py::handle vertex, const Polygon *polygon) -> py::object {
                 LibraryLock lock;
-                const float *values = polygon != nullptr
-                                          ? VMapEval(map.get(), map_vertex(map, vertex), polygon->polygon)
-                                          : VMapGet(map.get(), map_vertex(map, vertex));
+                const float *values =
+                    polygon != nullptr
+                        ? VMapEval(map.get(), map_vertex(map, vertex), polygon->polygon)
+                        : VMapGet(map.get(), map_vertex(map, vertex));
                 if (values == nullptr) return py::none();
                 return values_array(values, VMapDimension(map.map));
             },
@@ -417,7 +426,8 @@ void register_meshes(py::module_ &m) {
                 Mesh *mesh = map.owner.cast<PyMesh &>().get();
                 const unsigned count = MeshNumVrts(mesh);
                 const uint32_t dimension = VMapDimension(vmap);
-                py::array_t<float> out({static_cast<py::ssize_t>(count), static_cast<py::ssize_t>(dimension)});
+                py::array_t<float> out(
+                    {static_cast<py::ssize_t>(count), static_cast<py::ssize_t>(dimension)});
                 float *target = out.mutable_data();
                 for (unsigned i = 0; i < count; ++i) {
                     const float *values = VMapGet(vmap, MeshVrtByIndex(mesh, i));
@@ -430,7 +440,8 @@ void register_meshes(py::module_ &m) {
             "where a vertex has no value.")
         .def(
             "from_array",
-            [](const Map &map, py::array_t<float, py::array::c_style | py::array::forcecast> values) {
+            [](const Map &map,
+               py::array_t<float, py::array::c_style | py::array::forcecast> values) {
                 LibraryLock lock;
                 begin_call();
                 VMap *vmap = map.edit();
@@ -438,8 +449,8 @@ void register_meshes(py::module_ &m) {
                 const unsigned count = MeshNumVrts(mesh);
                 const uint32_t dimension = VMapDimension(vmap);
                 if (values.ndim() != 2 || values.shape(0) != count || values.shape(1) != dimension)
-                    throw py::value_error("expected an array of shape (" + std::to_string(count) + ", " +
-                                          std::to_string(dimension) + ")");
+                    throw py::value_error("expected an array of shape (" + std::to_string(count) +
+                                          ", " + std::to_string(dimension) + ")");
                 const float *source = values.data();
                 // One undo step for the whole array. Should a value fail to be set, the ones
                 // set before it get their old values back, in the same step.
@@ -450,8 +461,9 @@ void register_meshes(py::module_ &m) {
                 for (; done < count && ok; ++done) {
                     MeshVertex *v = MeshVrtByIndex(mesh, done);
                     const float *old = VMapGet(vmap, v);
-                    before.emplace_back(old != nullptr, old != nullptr ? std::vector<float>(old, old + dimension)
-                                                                       : std::vector<float>{});
+                    before.emplace_back(old != nullptr,
+                                        old != nullptr ? std::vector<float>(old, old + dimension)
+                                                       : std::vector<float>{});
                     ok = VMapSet(vmap, v, source + done * dimension) != nullptr;
                 }
                 if (!ok) {
@@ -470,7 +482,8 @@ void register_meshes(py::module_ &m) {
             py::arg("values"),
             "Sets every live vertex's value from an (n, dimension) array, as one undo step.")
         .def("__repr__", [](const Map &map) {
-            return "<vexor.VertexMap " + code_text(VMapType(map.get())) + " '" + VMapName(map.map) + "'>";
+            return "<vexor.VertexMap " + code_text(VMapType(map.get())) + " '" + VMapName(map.map) +
+                   "'>";
         });
 
     py::class_<PyMesh>(m, "Mesh",
@@ -488,8 +501,9 @@ void register_meshes(py::module_ &m) {
                 PyMesh &self = owner.cast<PyMesh &>();
                 LibraryLock lock;
                 begin_call();
-                auto instance = std::make_unique<PyMesh>(check_ptr(
-                    MeshCreateInstance(self.get(), take_events ? 1 : 0), "could not make an instance"));
+                auto instance = std::make_unique<PyMesh>(
+                    check_ptr(MeshCreateInstance(self.get(), take_events ? 1 : 0),
+                              "could not make an instance"));
                 instance->source = self.source ? self.source : owner;
                 return instance;
             },
@@ -500,14 +514,16 @@ void register_meshes(py::module_ &m) {
             [](py::object owner, std::array<double, 3> position) {
                 LibraryLock lock;
                 begin_call();
-                MeshVertex *v = check_ptr(MeshNewVertex(owner.cast<PyMesh &>().get(), position.data()),
-                                          "could not add the vertex");
+                MeshVertex *v =
+                    check_ptr(MeshNewVertex(owner.cast<PyMesh &>().get(), position.data()),
+                              "could not add the vertex");
                 return Vertex{owner, v};
             },
             py::arg("position"), "Adds a vertex at (x, y, z) and returns it.")
         .def(
             "add_vertices",
-            [](PyMesh &self, py::array_t<double, py::array::c_style | py::array::forcecast> positions) {
+            [](PyMesh &self,
+               py::array_t<double, py::array::c_style | py::array::forcecast> positions) {
                 if (positions.ndim() != 2 || positions.shape(1) != 3)
                     throw py::value_error("positions must be an (n, 3) array");
                 LibraryLock lock;
@@ -518,7 +534,8 @@ void register_meshes(py::module_ &m) {
                 const double *p = positions.data();
                 MeshBatchBegin(mesh);
                 bool ok = true;
-                for (py::ssize_t i = 0; i < count && ok; ++i) ok = MeshNewVertex(mesh, p + 3 * i) != nullptr;
+                for (py::ssize_t i = 0; i < count && ok; ++i)
+                    ok = MeshNewVertex(mesh, p + 3 * i) != nullptr;
                 MeshBatchEnd(mesh);
                 if (!ok) raise_failure("could not add every vertex");
                 py::array_t<int64_t> indices(count);
@@ -545,7 +562,8 @@ void register_meshes(py::module_ &m) {
             "Adds a polygon of the vertices (Vertex objects or indices) and returns it.")
         .def(
             "add_polygons",
-            [](PyMesh &self, py::array_t<int64_t, py::array::c_style | py::array::forcecast> indices,
+            [](PyMesh &self,
+               py::array_t<int64_t, py::array::c_style | py::array::forcecast> indices,
                const std::string &type) {
                 if (indices.ndim() != 2) throw py::value_error("indices must be an (m, k) array");
                 LibraryLock lock;
@@ -558,7 +576,8 @@ void register_meshes(py::module_ &m) {
                 const int64_t *source = indices.data();
                 for (py::ssize_t i = 0; i < rows * width; ++i)
                     if (source[i] < 0 || source[i] >= vertex_count)
-                        throw py::index_error("vertex index " + std::to_string(source[i]) + " out of range");
+                        throw py::index_error("vertex index " + std::to_string(source[i]) +
+                                              " out of range");
                 const unsigned first = MeshNumPols(mesh);
                 std::vector<MeshVertex *> handles(static_cast<size_t>(width));
                 MeshBatchBegin(mesh);
@@ -567,7 +586,8 @@ void register_meshes(py::module_ &m) {
                     for (py::ssize_t c = 0; c < width; ++c)
                         handles[static_cast<size_t>(c)] =
                             MeshVrtByIndex(mesh, static_cast<unsigned>(source[r * width + c]));
-                    ok = MeshNewPolygon(mesh, code, static_cast<unsigned>(width), handles.data(), 0) != nullptr;
+                    ok = MeshNewPolygon(mesh, code, static_cast<unsigned>(width), handles.data(),
+                                        0) != nullptr;
                 }
                 MeshBatchEnd(mesh);
                 if (!ok) raise_failure("could not add every polygon");
@@ -593,19 +613,22 @@ void register_meshes(py::module_ &m) {
                 }
                 if (done == 0) throw py::value_error("the element is dead or not in this mesh");
             },
-            py::arg("element"), "Deletes a vertex or polygon (it stays, dead, until the mesh goes).")
+            py::arg("element"),
+            "Deletes a vertex or polygon (it stays, dead, until the mesh goes).")
         .def_property_readonly(
             "vertices",
             [](py::object owner) {
                 LibraryLock lock;
-                return element_list<Vertex>(owner, MeshNumVrts(owner.cast<PyMesh &>().get()), &MeshVrtByIndex);
+                return element_list<Vertex>(owner, MeshNumVrts(owner.cast<PyMesh &>().get()),
+                                            &MeshVrtByIndex);
             },
             "The live vertices in index order, as a list.")
         .def_property_readonly(
             "polygons",
             [](py::object owner) {
                 LibraryLock lock;
-                return element_list<Polygon>(owner, MeshNumPols(owner.cast<PyMesh &>().get()), &MeshPolByIndex);
+                return element_list<Polygon>(owner, MeshNumPols(owner.cast<PyMesh &>().get()),
+                                             &MeshPolByIndex);
             },
             "The live polygons in index order, as a list.")
         .def(
@@ -637,16 +660,19 @@ void register_meshes(py::module_ &m) {
                 const unsigned count = MeshNumVrts(mesh);
                 py::array_t<double> out({static_cast<py::ssize_t>(count), py::ssize_t{3}});
                 double *target = out.mutable_data();
-                for (unsigned i = 0; i < count; ++i) MeshVertexPos(mesh, MeshVrtByIndex(mesh, i), target + 3 * i);
+                for (unsigned i = 0; i < count; ++i)
+                    MeshVertexPos(mesh, MeshVrtByIndex(mesh, i), target + 3 * i);
                 return out;
             },
-            [](PyMesh &self, py::array_t<double, py::array::c_style | py::array::forcecast> positions) {
+            [](PyMesh &self,
+               py::array_t<double, py::array::c_style | py::array::forcecast> positions) {
                 LibraryLock lock;
                 begin_call();
                 Mesh *mesh = self.get();
                 const unsigned count = MeshNumVrts(mesh);
                 if (positions.ndim() != 2 || positions.shape(0) != count || positions.shape(1) != 3)
-                    throw py::value_error("expected an array of shape (" + std::to_string(count) + ", 3)");
+                    throw py::value_error("expected an array of shape (" + std::to_string(count) +
+                                          ", 3)");
                 const double *p = positions.data();
                 MeshBatchBegin(mesh);
                 bool ok = true;
@@ -664,7 +690,8 @@ void register_meshes(py::module_ &m) {
                 Mesh *mesh = owner.cast<PyMesh &>().get();
                 py::list list;
                 const unsigned count = VMapCount(mesh, 0);
-                for (unsigned i = 0; i < count; ++i) list.append(Map{owner, VMapByIndex(mesh, 0, i)});
+                for (unsigned i = 0; i < count; ++i)
+                    list.append(Map{owner, VMapByIndex(mesh, 0, i)});
                 return list;
             },
             "The mesh's vertex maps, the position map ('OPOS') among them.")
@@ -676,11 +703,14 @@ void register_meshes(py::module_ &m) {
                 begin_call();
                 uint32_t code = VMapTypeByName(type.c_str());
                 if (code == 0) code = code4(type);
-                if (VMapTypeName(code) == nullptr) throw py::value_error("unknown map type '" + type + "'");
+                if (VMapTypeName(code) == nullptr)
+                    throw py::value_error("unknown map type '" + type + "'");
                 Mesh *mesh = self.edit_maps();
                 UndoBlockBegin();
                 VMap *map = VMapCreate(mesh, code);
-                const bool named = map != nullptr && (name.is_none() || VMapSetName(map, name.cast<std::string>().c_str()) != 0);
+                const bool named =
+                    map != nullptr &&
+                    (name.is_none() || VMapSetName(map, name.cast<std::string>().c_str()) != 0);
                 UndoBlockEnd();
                 if (map == nullptr) raise_failure("could not make the map");
                 if (!named) throw py::value_error("a map's name is at most 63 bytes");
@@ -696,8 +726,9 @@ void register_meshes(py::module_ &m) {
                 Mesh *mesh = owner.cast<PyMesh &>().get();
                 uint32_t code = VMapTypeByName(type.c_str());
                 if (code == 0) code = code4(type);
-                VMap *map = name.is_none() ? VMapFindForMesh(mesh, code)
-                                           : VMapFindName(mesh, code, name.cast<std::string>().c_str());
+                VMap *map = name.is_none()
+                                ? VMapFindForMesh(mesh, code)
+                                : VMapFindName(mesh, code, name.cast<std::string>().c_str());
                 if (map == nullptr) return py::none();
                 return py::cast(Map{owner, map});
             },
@@ -725,8 +756,8 @@ void register_meshes(py::module_ &m) {
             [](py::object owner, unsigned require, unsigned forbid) {
                 LibraryLock lock;
                 std::vector<MeshVertex *> found;
-                MeshEnumerateVrts(owner.cast<PyMesh &>().get(), mark_mode(require, forbid), &collect_vertex,
-                                  &found, nullptr, nullptr);
+                MeshEnumerateVrts(owner.cast<PyMesh &>().get(), mark_mode(require, forbid),
+                                  &collect_vertex, &found, nullptr, nullptr);
                 py::list list;
                 for (MeshVertex *v : found) list.append(Vertex{owner, v});
                 return list;
@@ -738,8 +769,8 @@ void register_meshes(py::module_ &m) {
             [](py::object owner, unsigned require, unsigned forbid) {
                 LibraryLock lock;
                 std::vector<MeshPolygon *> found;
-                MeshEnumeratePols(owner.cast<PyMesh &>().get(), mark_mode(require, forbid), &collect_polygon,
-                                  &found, nullptr, nullptr);
+                MeshEnumeratePols(owner.cast<PyMesh &>().get(), mark_mode(require, forbid),
+                                  &collect_polygon, &found, nullptr, nullptr);
                 py::list list;
                 for (MeshPolygon *p : found) list.append(Polygon{owner, p});
                 return list;
@@ -749,8 +780,8 @@ void register_meshes(py::module_ &m) {
             "on_change",
             [](PyMesh &self, py::function callback) {
                 LibraryLock lock;
-                auto subscriber = std::make_shared<Subscriber>(MeshEventPort(self.get()), std::move(callback),
-                                                               &mesh_event, nullptr);
+                auto subscriber = std::make_shared<Subscriber>(
+                    MeshEventPort(self.get()), std::move(callback), &mesh_event, nullptr);
                 self.subscribers.push_back(subscriber);
                 return make_subscription(subscriber);
             },
@@ -772,7 +803,8 @@ void register_meshes(py::module_ &m) {
             },
             "Closes a change batch.")
         .def("__repr__", [](PyMesh &self) {
-            if (self.mesh == nullptr || !library_running()) return std::string("<vexor.Mesh (released)>");
+            if (self.mesh == nullptr || !library_running())
+                return std::string("<vexor.Mesh (released)>");
             return "<vexor.Mesh " + std::to_string(MeshNumVrts(self.mesh)) + " vertices, " +
                    std::to_string(MeshNumPols(self.mesh)) + " polygons>";
         });

@@ -23,7 +23,9 @@ std::recursive_mutex &library_mutex() {
     return mutex;
 }
 
-bool library_running() { return g_running; }
+bool library_running() {
+    return g_running;
+}
 
 void raise_failure(const std::string &what) {
     const VxFailure failure = VxLastFailure();
@@ -44,7 +46,9 @@ void raise_gone(const std::string &what) {
     throw py::error_already_set();
 }
 
-void at_shutdown(void (*hook)()) { shutdown_hooks().push_back(hook); }
+void at_shutdown(void (*hook)()) {
+    shutdown_hooks().push_back(hook);
+}
 
 void shut_down_library() {
     if (!g_running) return;
@@ -96,5 +100,6 @@ PYBIND11_MODULE(_core, m) {
             return py::make_tuple(failure.code, failure.text);
         },
         "The calling thread's last failure as (code, text); code 0 when there was none.");
-    m.def("version", [] { return std::string(VxVersion()); }, "The loaded library's version.");
+    m.def(
+        "version", [] { return std::string(VxVersion()); }, "The loaded library's version.");
 }

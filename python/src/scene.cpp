@@ -23,16 +23,16 @@ std::vector<std::weak_ptr<SceneState>> &open_scenes() {
 void track(void *client, void *, uint32_t code, void *data) {
     auto *state = static_cast<SceneState *>(client);
     switch (code) {
-    case CINE_EVENT_ITEM_REMOVED:
-    case CINE_EVENT_ACTION_REMOVED:
-        state->removed.insert(data);
-        break;
-    case CINE_EVENT_ITEM_ADDED:
-    case CINE_EVENT_ACTION_ADDED:
-        state->removed.erase(data);
-        break;
-    default:
-        break;
+        case CINE_EVENT_ITEM_REMOVED:
+        case CINE_EVENT_ACTION_REMOVED:
+            state->removed.insert(data);
+            break;
+        case CINE_EVENT_ITEM_ADDED:
+        case CINE_EVENT_ACTION_ADDED:
+            state->removed.erase(data);
+            break;
+        default:
+            break;
     }
 }
 
@@ -93,7 +93,8 @@ struct Item {
 
     CineItem *get() const {
         scene->require();
-        if (!scene->present(item)) raise_gone("the item is not in its scene (its creation was undone)");
+        if (!scene->present(item))
+            raise_gone("the item is not in its scene (its creation was undone)");
         return item;
     }
     PyScene &owner() const { return scene_obj.cast<PyScene &>(); }
@@ -169,7 +170,6 @@ CineAction *action_arg(const PyScene &scene, py::handle action) {
     return a.get();
 }
 
-
 void require_finite(double value, const char *what) {
     if (!std::isfinite(value)) throw py::value_error(std::string(what) + " must be finite");
 }
@@ -181,23 +181,29 @@ struct ChannelKind {
     unsigned vector;  // CINE_VECTOR_... for vectors, or ~0u
 };
 constexpr ChannelKind kKinds[] = {
-    {"float", VX_STORE_FLOAT, ~0u}, {"int", VX_STORE_INT, ~0u},        {"text", VX_STORE_TEXT, ~0u},
-    {"xyz", VX_STORE_FLOAT, CINE_VECTOR_XYZ}, {"rgb", VX_STORE_FLOAT, CINE_VECTOR_RGB},
-    {"rgba", VX_STORE_FLOAT, CINE_VECTOR_RGBA}, {"uv", VX_STORE_FLOAT, CINE_VECTOR_PAIR},
+    {"float", VX_STORE_FLOAT, ~0u},
+    {"int", VX_STORE_INT, ~0u},
+    {"text", VX_STORE_TEXT, ~0u},
+    {"xyz", VX_STORE_FLOAT, CINE_VECTOR_XYZ},
+    {"rgb", VX_STORE_FLOAT, CINE_VECTOR_RGB},
+    {"rgba", VX_STORE_FLOAT, CINE_VECTOR_RGBA},
+    {"uv", VX_STORE_FLOAT, CINE_VECTOR_PAIR},
 };
 
 const ChannelKind &channel_kind(const std::string &name) {
     for (const ChannelKind &kind : kKinds)
         if (name == kind.name) return kind;
-    throw py::value_error("unknown channel kind '" + name + "' (float, int, text, xyz, rgb, rgba, uv)");
+    throw py::value_error("unknown channel kind '" + name +
+                          "' (float, int, text, xyz, rgb, rgba, uv)");
 }
 
 int add_channel(const char *package, const std::string &name, const ChannelKind &kind) {
     const char *const none = nullptr;
     if (kind.vector != ~0u)
-        return CinePackageAddChannel(package, CINE_CH_NAME, name.c_str(), kind.storage, none, CINE_CH_VECTOR,
-                                     kind.vector, none, CINE_CH_NAME, none);
-    return CinePackageAddChannel(package, CINE_CH_NAME, name.c_str(), kind.storage, none, CINE_CH_NAME, none);
+        return CinePackageAddChannel(package, CINE_CH_NAME, name.c_str(), kind.storage, none,
+                                     CINE_CH_VECTOR, kind.vector, none, CINE_CH_NAME, none);
+    return CinePackageAddChannel(package, CINE_CH_NAME, name.c_str(), kind.storage, none,
+                                 CINE_CH_NAME, none);
 }
 
 uint32_t define_type(const std::string &name, py::list channels, py::object super) {
@@ -208,9 +214,11 @@ uint32_t define_type(const std::string &name, py::list channels, py::object supe
         throw py::value_error("a package named '" + name + "' is already defined");
     int32_t super_code = 0;
     if (!super.is_none()) {
-        const uint32_t code = py::isinstance<py::str>(super) ? CineLookupType(super.cast<std::string>().c_str())
-                                                              : super.cast<uint32_t>();
-        if (code == CINE_TYPE_NONE || CineTypeName(code) == nullptr) throw py::value_error("unknown super type");
+        const uint32_t code = py::isinstance<py::str>(super)
+                                  ? CineLookupType(super.cast<std::string>().c_str())
+                                  : super.cast<uint32_t>();
+        if (code == CINE_TYPE_NONE || CineTypeName(code) == nullptr)
+            throw py::value_error("unknown super type");
         super_code = static_cast<int32_t>(code);
     }
     // Everything is checked before the package is made, so a bad description leaves nothing.
@@ -222,8 +230,11 @@ uint32_t define_type(const std::string &name, py::list channels, py::object supe
     std::vector<Channel> parsed;
     for (py::handle entry : channels) {
         py::tuple t = py::reinterpret_borrow<py::object>(entry).cast<py::tuple>();
-        if (t.size() < 1 || t.size() > 3) throw py::value_error("a channel is (name, kind, default)");
-        Channel c{t[0].cast<std::string>(), &channel_kind(t.size() > 1 ? t[1].cast<std::string>() : "float"), {}};
+        if (t.size() < 1 || t.size() > 3)
+            throw py::value_error("a channel is (name, kind, default)");
+        Channel c{t[0].cast<std::string>(),
+                  &channel_kind(t.size() > 1 ? t[1].cast<std::string>() : "float"),
+                  {}};
         if (c.name.empty()) throw py::value_error("a channel needs a name");
         if (t.size() == 3 && !t[2].is_none()) {
             if (py::isinstance<py::sequence>(t[2]) && !py::isinstance<py::str>(t[2])) {
@@ -232,7 +243,8 @@ uint32_t define_type(const std::string &name, py::list channels, py::object supe
                 c.defaults.push_back(t[2].cast<double>());
             }
             for (double d : c.defaults) require_finite(d, "a default");
-            if (c.kind->storage == VX_STORE_TEXT) throw py::value_error("text channels take no default");
+            if (c.kind->storage == VX_STORE_TEXT)
+                throw py::value_error("text channels take no default");
         }
         parsed.push_back(std::move(c));
     }
@@ -241,7 +253,8 @@ uint32_t define_type(const std::string &name, py::list channels, py::object supe
     for (const Channel &c : parsed) {
         check(add_channel(name.c_str(), c.name, *c.kind), "could not add a channel");
         if (!c.defaults.empty()) {
-            const unsigned width = c.kind->vector != ~0u ? CineChannelVectorSize(c.kind->vector) : 1u;
+            const unsigned width =
+                c.kind->vector != ~0u ? CineChannelVectorSize(c.kind->vector) : 1u;
             std::vector<double> values(width, c.defaults.back());
             for (size_t i = 0; i < c.defaults.size() && i < width; ++i) values[i] = c.defaults[i];
             CinePackageSetDefault(name.c_str(), c.name.c_str(), values.data());
@@ -258,35 +271,39 @@ py::tuple scene_event(void *context, void *, uint32_t code, void *data) {
     const SceneRef &state = owner.cast<PyScene &>().state;
     py::object subject = py::none();
     switch (code) {
-    case CINE_EVENT_ITEM_ADDED:
-    case CINE_EVENT_ITEM_REMOVED:
-    case CINE_EVENT_ITEM_NAME:
-    case CINE_EVENT_ITEM_CHANGED:
-    case CINE_EVENT_HIDDEN:
-        subject = item_object(owner, state, static_cast<CineItem *>(data));
-        break;
-    case CINE_EVENT_PACKAGE:
-    case CINE_EVENT_CHANNELS_MOVED:
-        if (data != nullptr) subject = item_object(owner, state, static_cast<CinePackageEvent *>(data)->item);
-        break;
-    case CINE_EVENT_ACTION_PARENTS:
-    case CINE_EVENT_ACTION_CHANGED:
-        if (data != nullptr) subject = action_object(owner, state, static_cast<CineActionChange *>(data)->action);
-        break;
-    case CINE_EVENT_ACTION_ADDED:
-    case CINE_EVENT_ACTION_REMOVED:
-    case CINE_EVENT_ACTION_ORDER:
-    case CINE_EVENT_ACTION_DEFINED:
-        subject = action_object(owner, state, static_cast<CineAction *>(data));
-        break;
-    default:
-        break;
+        case CINE_EVENT_ITEM_ADDED:
+        case CINE_EVENT_ITEM_REMOVED:
+        case CINE_EVENT_ITEM_NAME:
+        case CINE_EVENT_ITEM_CHANGED:
+        case CINE_EVENT_HIDDEN:
+            subject = item_object(owner, state, static_cast<CineItem *>(data));
+            break;
+        case CINE_EVENT_PACKAGE:
+        case CINE_EVENT_CHANNELS_MOVED:
+            if (data != nullptr)
+                subject = item_object(owner, state, static_cast<CinePackageEvent *>(data)->item);
+            break;
+        case CINE_EVENT_ACTION_PARENTS:
+        case CINE_EVENT_ACTION_CHANGED:
+            if (data != nullptr)
+                subject =
+                    action_object(owner, state, static_cast<CineActionChange *>(data)->action);
+            break;
+        case CINE_EVENT_ACTION_ADDED:
+        case CINE_EVENT_ACTION_REMOVED:
+        case CINE_EVENT_ACTION_ORDER:
+        case CINE_EVENT_ACTION_DEFINED:
+            subject = action_object(owner, state, static_cast<CineAction *>(data));
+            break;
+        default:
+            break;
     }
     return py::make_tuple(code, subject);
 }
 
 // Reads one channel at one time or at every time of an array (without the GIL).
-py::object read_at(CineEval *eval, CineItem *item, unsigned channel, py::object times, double *restore) {
+py::object read_at(CineEval *eval, CineItem *item, unsigned channel, py::object times,
+                   double *restore) {
     auto in = py::array_t<double, py::array::c_style | py::array::forcecast>::ensure(times);
     if (!in) throw py::type_error("times must be a number or an array of numbers");
     std::vector<py::ssize_t> shape(in.shape(), in.shape() + in.ndim());
@@ -314,7 +331,8 @@ py::object read_at(CineEval *eval, CineItem *item, unsigned channel, py::object 
 void register_scenes(py::module_ &m) {
     at_shutdown(&close_open_scenes);
 
-    m.def("define_type", &define_type, py::arg("name"), py::arg("channels"), py::arg("super") = py::none(),
+    m.def("define_type", &define_type, py::arg("name"), py::arg("channels"),
+          py::arg("super") = py::none(),
           "Defines an item type and returns its type code. `channels` is a list of (name, kind, "
           "default) tuples: kind 'float', 'int', 'text', or a vector 'xyz', 'rgb', 'rgba', 'uv' "
           "(channels 'name.X', 'name.Y', ...), default a number or one per component. `super` "
@@ -332,7 +350,8 @@ void register_scenes(py::module_ &m) {
         [] {
             py::list names;
             const unsigned count = CineTypeCount();
-            for (unsigned i = 0; i < count; ++i) names.append(std::string(CineTypeName(CineTypeByIndex(i))));
+            for (unsigned i = 0; i < count; ++i)
+                names.append(std::string(CineTypeName(CineTypeByIndex(i))));
             return names;
         },
         "The names of every item type, in order of type code.");
@@ -355,7 +374,8 @@ void register_scenes(py::module_ &m) {
                 LibraryLock lock;
                 begin_call();
                 const std::string text = name.is_none() ? std::string() : name.cast<std::string>();
-                check(CineItemSetName(i.get(), name.is_none() ? nullptr : text.c_str()), "could not rename the item");
+                check(CineItemSetName(i.get(), name.is_none() ? nullptr : text.c_str()),
+                      "could not rename the item");
             },
             "The item's own name (None when it has none); setting it is undoable.")
         .def_property_readonly(
@@ -371,11 +391,14 @@ void register_scenes(py::module_ &m) {
         .def_property_readonly(
             "type", [](const Item &i) { return CineItemType(i.get()); }, "The item's type code.")
         .def_property_readonly(
-            "type_name", [](const Item &i) { return std::string(CineTypeName(CineItemType(i.get()))); },
+            "type_name",
+            [](const Item &i) { return std::string(CineTypeName(CineItemType(i.get()))); },
             "The name of the item's type.")
         .def_property(
             "parent",
-            [](const Item &i) { return item_object(i.scene_obj, i.scene, CineItemParent(i.get())); },
+            [](const Item &i) {
+                return item_object(i.scene_obj, i.scene, CineItemParent(i.get()));
+            },
             [](const Item &i, py::object parent) {
                 LibraryLock lock;
                 begin_call();
@@ -387,8 +410,9 @@ void register_scenes(py::module_ &m) {
                 const unsigned code = CineItemSetParent(i.get(), p, -1);
                 if (code != VX_OK) {
                     if (code == VX_E_REFUSED)
-                        throw py::value_error("refused: the parent is the item, one of its descendants, "
-                                              "or of another scene");
+                        throw py::value_error(
+                            "refused: the parent is the item, one of its descendants, "
+                            "or of another scene");
                     raise_failure("could not set the parent");
                 }
             },
@@ -407,12 +431,15 @@ void register_scenes(py::module_ &m) {
             "The child items in order.")
         .def_property(
             "source",
-            [](const Item &i) { return item_object(i.scene_obj, i.scene, CineItemSource(i.get())); },
+            [](const Item &i) {
+                return item_object(i.scene_obj, i.scene, CineItemSource(i.get()));
+            },
             [](const Item &i, py::object source) {
                 LibraryLock lock;
                 begin_call();
                 CineItem *s = source.is_none() ? nullptr : source.cast<const Item &>().get();
-                check(CineItemSetSource(i.get(), s), "could not set the source (another scene, or a loop)");
+                check(CineItemSetSource(i.get(), s),
+                      "could not set the source (another scene, or a loop)");
             },
             "The item whose channel values this one falls back on, or None (undoable).")
         .def_property(
@@ -428,12 +455,16 @@ void register_scenes(py::module_ &m) {
                 CineItem *item = i.get();
                 py::list names;
                 const unsigned count = CineChannelCount(item);
-                for (unsigned k = 0; k < count; ++k) names.append(std::string(CineChannelName(item, k)));
+                for (unsigned k = 0; k < count; ++k)
+                    names.append(std::string(CineChannelName(item, k)));
                 return names;
             },
             "The names of the item's channels, in index order.")
         .def(
-            "channel_index", [](const Item &i, const std::string &name) { return channel_arg(i.get(), py::str(name)); },
+            "channel_index",
+            [](const Item &i, const std::string &name) {
+                return channel_arg(i.get(), py::str(name));
+            },
             py::arg("name"), "The index of a channel by name (KeyError when there is none).")
         .def("__getitem__",
              [](const Item &i, py::object channel) {
@@ -443,8 +474,10 @@ void register_scenes(py::module_ &m) {
                  const unsigned index = channel_arg(item, channel);
                  PyScene &scene = i.owner();
                  if (scene.reader == nullptr) {
-                     scene.reader = check_ptr(CineEvalCreate(scene.get()), "could not make an evaluator");
-                     CineEvalSetAction(scene.reader, CineActionGetDefault(scene.get(), CINE_ACTION_EDIT));
+                     scene.reader =
+                         check_ptr(CineEvalCreate(scene.get()), "could not make an evaluator");
+                     CineEvalSetAction(scene.reader,
+                                       CineActionGetDefault(scene.get(), CINE_ACTION_EDIT));
                  }
                  CineEvalSetTime(scene.reader, scene.time);
                  const double value = CineEvalChannel(scene.reader, item, index);
@@ -459,8 +492,9 @@ void register_scenes(py::module_ &m) {
                  CineItem *item = i.get();
                  PyScene &scene = i.owner();
                  CineAction *edit = CineActionGetDefault(scene.get(), CINE_ACTION_EDIT);
-                 check(CineActionSetValue(edit, item, channel_arg(item, channel), value, scene.time),
-                       "could not set the channel");
+                 check(
+                     CineActionSetValue(edit, item, channel_arg(item, channel), value, scene.time),
+                     "could not set the channel");
              })
         .def(
             "key",
@@ -479,7 +513,9 @@ void register_scenes(py::module_ &m) {
                 const double constant = CineActionValueFloat(target, item, index);
                 UndoBlockBegin();
                 const bool made = CineActionEnv(target, item, index) == nullptr;
-                int ok = made ? CineActionSetState(target, item, index, CINE_STATE_ENVELOPE, nullptr) : 1;
+                int ok = made
+                             ? CineActionSetState(target, item, index, CINE_STATE_ENVELOPE, nullptr)
+                             : 1;
                 if (ok != 0) ok = CineActionSetValue(target, item, index, value, time);
                 if (ok == 0 && made) {
                     if (before == CINE_STATE_CONSTANT) {
@@ -501,7 +537,8 @@ void register_scenes(py::module_ &m) {
                 CineItem *item = i.get();
                 const unsigned index = channel_arg(item, channel);
                 CineAction *target = action_arg(i.owner(), action);
-                return wrap_held_envelope(i.scene, target, item, index, CineActionEnv(target, item, index));
+                return wrap_held_envelope(i.scene, target, item, index,
+                                          CineActionEnv(target, item, index));
             },
             py::arg("channel"), py::arg("action") = py::none(),
             "The envelope the action's entry holds for the channel, or None. The action owns it; "
@@ -515,7 +552,8 @@ void register_scenes(py::module_ &m) {
                 const unsigned index = channel_arg(item, channel);
                 CineAction *target = action_arg(i.owner(), action);
                 Envelope *env = owned_envelope(envelope);
-                check(CineActionSetEnvelope(target, item, index, env), "could not set the envelope");
+                check(CineActionSetEnvelope(target, item, index, env),
+                      "could not set the envelope");
                 envelope_handed_over(envelope, i.scene, target, item, index);
             },
             py::arg("channel"), py::arg("envelope"), py::arg("action") = py::none(),
@@ -533,7 +571,8 @@ void register_scenes(py::module_ &m) {
                        "An action: a layer of channel values (constants and envelopes). Values "
                        "are looked up through the scene's chain of actions. Edits are undoable.")
         .def_property_readonly(
-            "name", [](const Action &a) { return std::string(CineActionName(a.get())); }, "The action's name.")
+            "name", [](const Action &a) { return std::string(CineActionName(a.get())); },
+            "The action's name.")
         .def_property(
             "type", [](const Action &a) { return CineActionType(a.get()); },
             [](const Action &a, unsigned type) {
@@ -557,7 +596,8 @@ void register_scenes(py::module_ &m) {
                 py::list list;
                 const unsigned count = CineActionParentCount(action);
                 for (unsigned k = 0; k < count; ++k)
-                    list.append(action_object(a.scene_obj, a.scene, CineActionParentByIndex(action, k)));
+                    list.append(
+                        action_object(a.scene_obj, a.scene, CineActionParentByIndex(action, k)));
                 return list;
             },
             "The parent actions in order.")
@@ -615,7 +655,8 @@ void register_scenes(py::module_ &m) {
                 LibraryLock lock;
                 begin_call();
                 CineItem *it = item.get();
-                check(CineActionSetState(a.get(), it, channel_arg(it, channel), CINE_STATE_NONE, nullptr),
+                check(CineActionSetState(a.get(), it, channel_arg(it, channel), CINE_STATE_NONE,
+                                         nullptr),
                       "could not clear the entry");
             },
             py::arg("item"), py::arg("channel"), "Takes the entry out of the action.")
@@ -625,7 +666,8 @@ void register_scenes(py::module_ &m) {
                 LibraryLock lock;
                 CineItem *it = item.get();
                 const unsigned index = channel_arg(it, channel);
-                return wrap_held_envelope(a.scene, a.get(), it, index, CineActionEnv(a.get(), it, index));
+                return wrap_held_envelope(a.scene, a.get(), it, index,
+                                          CineActionEnv(a.get(), it, index));
             },
             py::arg("item"), py::arg("channel"), "The envelope this action's entry holds, or None.")
         .def(
@@ -633,7 +675,8 @@ void register_scenes(py::module_ &m) {
             [](const Action &a) {
                 LibraryLock lock;
                 begin_call();
-                check(CineActionDestroy(a.get()), "could not destroy the action (a default action, or a parent)");
+                check(CineActionDestroy(a.get()),
+                      "could not destroy the action (a default action, or a parent)");
             },
             "Takes the action out of its scene (undoable).")
         .def_property_readonly(
@@ -657,8 +700,7 @@ void register_scenes(py::module_ &m) {
                           "Reads channels at a time through an action, with caches and modifiers. "
                           "read() takes one time or a numpy array of times.")
         .def_property(
-            "time",
-            [](const Evaluator &e) { return CineEvalTime(e.get()); },
+            "time", [](const Evaluator &e) { return CineEvalTime(e.get()); },
             [](const Evaluator &e, double time) {
                 require_finite(time, "a time");
                 LibraryLock lock;
@@ -667,7 +709,9 @@ void register_scenes(py::module_ &m) {
             "The time read at, in seconds.")
         .def_property(
             "action",
-            [](const Evaluator &e) { return action_object(e.scene_obj, e.scene, CineEvalAction(e.get())); },
+            [](const Evaluator &e) {
+                return action_object(e.scene_obj, e.scene, CineEvalAction(e.get()));
+            },
             [](const Evaluator &e, py::object action) {
                 LibraryLock lock;
                 CineEvalSetAction(e.get(), action_arg(e.scene_obj.cast<PyScene &>(), action));
@@ -675,12 +719,14 @@ void register_scenes(py::module_ &m) {
             "The action read through (a name or an Action when set).")
         .def(
             "read",
-            [](const Evaluator &e, const Item &item, py::object channel, py::object times) -> py::object {
+            [](const Evaluator &e, const Item &item, py::object channel,
+               py::object times) -> py::object {
                 LibraryLock lock;
                 begin_call();
                 CineEval *eval = e.get();
                 CineItem *it = item.get();
-                if (item.scene != e.scene) throw py::value_error("the item belongs to another scene");
+                if (item.scene != e.scene)
+                    throw py::value_error("the item belongs to another scene");
                 const unsigned index = channel_arg(it, channel);
                 if (times.is_none()) {
                     const double value = CineEvalChannel(eval, it, index);
@@ -724,7 +770,8 @@ void register_scenes(py::module_ &m) {
                 LibraryLock lock;
                 begin_call();
                 Cinema *scene = CinemaLoadCustom(path.c_str(), strict ? CINEMA_LOAD_STRICT : 0u);
-                return std::make_unique<PyScene>(check_ptr(scene, ("could not load " + path).c_str()));
+                return std::make_unique<PyScene>(
+                    check_ptr(scene, ("could not load " + path).c_str()));
             },
             py::arg("path"), py::arg("strict") = false,
             "Loads a scene file as a new scene. Items of types this session lacks are dropped "
@@ -777,14 +824,16 @@ void register_scenes(py::module_ &m) {
                 if (py::isinstance<py::str>(type)) {
                     code = CineLookupType(type.cast<std::string>().c_str());
                     if (code == CINE_TYPE_NONE)
-                        throw py::value_error("unknown item type '" + type.cast<std::string>() + "'");
+                        throw py::value_error("unknown item type '" + type.cast<std::string>() +
+                                              "'");
                 } else {
                     code = type.cast<uint32_t>();
                 }
                 UndoBlockBegin();
                 CineItem *item = CineItemCreate(self.get(), code);
-                const bool named =
-                    item != nullptr && (name.is_none() || CineItemSetName(item, name.cast<std::string>().c_str()) != 0);
+                const bool named = item != nullptr &&
+                                   (name.is_none() ||
+                                    CineItemSetName(item, name.cast<std::string>().c_str()) != 0);
                 UndoBlockEnd();
                 if (item == nullptr) raise_failure("could not make the item");
                 if (!named) raise_failure("could not name the item");
@@ -799,14 +848,14 @@ void register_scenes(py::module_ &m) {
                 LibraryLock lock;
                 return item_object(owner, self.state, CineLookupItem(self.get(), text.c_str()));
             },
-            py::arg("name"),
-            "The item of that unique name, identity string or 'type[n]', or None.")
+            py::arg("name"), "The item of that unique name, identity string or 'type[n]', or None.")
         .def_property_readonly(
             "actions",
             [](py::object owner) {
                 PyScene &self = owner.cast<PyScene &>();
                 py::list list;
-                for (CineAction *a = CineActionFirst(self.get()); a != nullptr; a = CineActionNext(a))
+                for (CineAction *a = CineActionFirst(self.get()); a != nullptr;
+                     a = CineActionNext(a))
                     list.append(action_object(owner, self.state, a));
                 return list;
             },
@@ -855,8 +904,8 @@ void register_scenes(py::module_ &m) {
             [](py::object owner, py::function callback) {
                 PyScene &self = owner.cast<PyScene &>();
                 LibraryLock lock;
-                auto subscriber = std::make_shared<Subscriber>(CinemaPort(self.get()), std::move(callback),
-                                                               &scene_event, owner.ptr());
+                auto subscriber = std::make_shared<Subscriber>(
+                    CinemaPort(self.get()), std::move(callback), &scene_event, owner.ptr());
                 self.subscribers.push_back(subscriber);
                 return make_subscription(subscriber);
             },
@@ -865,7 +914,8 @@ void register_scenes(py::module_ &m) {
             "SceneEvent value, subject the Item or Action concerned, or None. Returns a "
             "Subscription.")
         .def("__repr__", [](const PyScene &self) {
-            if (!self.state->alive || !library_running()) return std::string("<vexor.Scene (destroyed)>");
+            if (!self.state->alive || !library_running())
+                return std::string("<vexor.Scene (destroyed)>");
             return "<vexor.Scene " + std::to_string(CinemaItemCount(self.state->scene)) + " items>";
         });
 }
