@@ -23,6 +23,7 @@ int vexor_env(int argc, char **argv);
 int vexor_gallery(int argc, char **argv);
 int vexor_image(int argc, char **argv);
 int vexor_scene(int argc, char **argv);
+int vexor_polygon(int argc, char **argv);
 
 // In the order `vexor --help` lists them.
 inline constexpr Subcommand kSubcommands[] = {
@@ -113,4 +114,22 @@ inline constexpr Subcommand kSubcommands[] = {
      "megapixels are refused.\n"
      "\n"
      "example: vexor image convert render.exr preview.png\n"},
+    {"polygon", "test a grid of points against a polygon and draw it", vexor_polygon,
+     "usage: vexor polygon [FILE] [options]\n"
+     "\n"
+     "Builds a polygon from FILE (one vertex a line, \"x y [z]\"; # starts a comment;\n"
+     "at most 10000 vertices) or, without a file, a star; tests a grid of points\n"
+     "against it with a boundary band, prints what the polygon tests find (vertex\n"
+     "count and winding, the corner normal at vertex 0, the axis the point tests\n"
+     "drop, first-corner and all-corner convexity, validity, the grid's counts) and\n"
+     "draws the polygon with its points coloured inside, outside and on the band.\n"
+     "The band lies along the vertices, nearly level edges and the edges that run\n"
+     "downward in the plane's v direction only; the picture marks those edges.\n"
+     "\n"
+     "  --star N     the built-in star's number of points (default: 5)\n"
+     "  --grid N     test points per side, 2 to 200 (default: 41)\n"
+     "  --band T     the band's half-width (default: a fiftieth of the polygon's size)\n"
+     "  --svg PATH   where to write the picture (default: vexor-polygon.svg)\n"
+     "\n"
+     "example: vexor polygon --star 7 --grid 61\n"},
 };
