@@ -18,6 +18,7 @@ struct Subcommand {
     const char *help;  // the full help, ending in a newline
 };
 
+int vexor_blend(int argc, char **argv);
 int vexor_demo(int argc, char **argv);
 int vexor_env(int argc, char **argv);
 int vexor_gallery(int argc, char **argv);
@@ -132,4 +133,17 @@ inline constexpr Subcommand kSubcommands[] = {
      "  --svg PATH   where to write the picture (default: vexor-polygon.svg)\n"
      "\n"
      "example: vexor polygon --star 7 --grid 61\n"},
+    {"blend", "a picture of the fifteen blend modes of texture layers", vexor_blend,
+     "usage: vexor blend [--png PATH] [--opacity O] [--cell N]\n"
+     "\n"
+     "Blends the same two ramps by each of the fifteen blend modes of texture layers\n"
+     "and draws the results as a labelled grid: the base is a horizontal gradient of\n"
+     "colours (blue to yellow, left to right), the layer a vertical one (cyan to red,\n"
+     "top to bottom). Prints each mode's colour at the centre of its cell.\n"
+     "\n"
+     "  --png PATH    where to write the picture (default: vexor-blend.png)\n"
+     "  --opacity O   the layer's opacity, -4 to 4 (default: 1)\n"
+     "  --cell N      the size of one cell in pixels, 32 to 1024 (default: 160)\n"
+     "\n"
+     "example: vexor blend --opacity 0.5 --png half.png\n"},
 };
