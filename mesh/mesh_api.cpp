@@ -19,7 +19,7 @@ bool live(const Element *element) noexcept {
 template <class Real>
 int copy_position(const MeshVertex *vertex, Real position[3]) noexcept {
     if (vertex == nullptr || position == nullptr) return 0;
-    const float *p = vertex->mesh->positions.get(vertex->slot);
+    const float *p = vertex->position;
     for (int axis = 0; axis < 3; ++axis) position[axis] = static_cast<Real>(p[axis]);
     return 1;
 }
@@ -117,7 +117,7 @@ VX_API int MeshVertexPosF(const Mesh *, const MeshVertex *vertex, float position
 }
 
 VX_API const float *MeshVertexPosV(const Mesh *, const MeshVertex *vertex) {
-    return vertex != nullptr ? vertex->mesh->positions.get(vertex->slot) : nullptr;
+    return vertex != nullptr ? vertex->position : nullptr;
 }
 
 VX_API MeshPolygon *MeshNewEmptyPolygon(Mesh *mesh, uint32_t type, unsigned int count) {
@@ -150,11 +150,11 @@ VX_API unsigned int MeshNumPols(const Mesh *mesh) {
 }
 
 VX_API MeshVertex *MeshVrtByIndex(const Mesh *mesh, unsigned int index) {
-    return mesh != nullptr ? vertex_at(mesh, index) : nullptr;
+    return mesh != nullptr ? element_at_fast(mesh, mesh->vertices, index) : nullptr;
 }
 
 VX_API MeshPolygon *MeshPolByIndex(const Mesh *mesh, unsigned int index) {
-    return mesh != nullptr ? polygon_at(mesh, index) : nullptr;
+    return mesh != nullptr ? element_at_fast(mesh, mesh->polygons, index) : nullptr;
 }
 
 VX_API int MeshIsEmpty(const Mesh *mesh) {
@@ -179,7 +179,7 @@ VX_API uint32_t MeshPolygonFlags(const MeshPolygon *polygon) {
 }
 
 VX_API const PolyType *MeshPolygonType(const MeshPolygon *polygon) {
-    return polygon != nullptr ? polygon->type : nullptr;
+    return polygon != nullptr ? polygon->type() : nullptr;
 }
 
 VX_API unsigned int MeshNumVrtInPol(const MeshPolygon *polygon) {
@@ -187,11 +187,11 @@ VX_API unsigned int MeshNumVrtInPol(const MeshPolygon *polygon) {
 }
 
 VX_API MeshVertex *MeshPolVrtByIndex(const MeshPolygon *polygon, int index) {
-    // The slot after the last vertex exists and is null; below 0 nothing is read.
-    if (polygon == nullptr || index < 0 || index > static_cast<int>(polygon->count)) {
+    // The place after the last vertex reads as null; below 0 nothing is read.
+    if (polygon == nullptr || index < 0 || index >= static_cast<int>(polygon->count)) {
         return nullptr;
     }
-    return polygon->vertices != nullptr ? polygon->vertices[index] : nullptr;
+    return polygon->vertices()[index];
 }
 
 VX_API int MeshPolSetVrt(Mesh *mesh, MeshPolygon *polygon, unsigned int index, MeshVertex *vertex) {

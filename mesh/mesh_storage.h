@@ -7,6 +7,7 @@
 // the mesh's memory exactly as it was: not one block more.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -216,6 +217,84 @@ class ElementPool {
     char *end_ = nullptr;
     std::size_t chunk_blocks_ = 0;
     std::size_t live_ = 0;
+};
+
+// The element records of one mesh, in the order they were made, in chunks that never move (so
+// handles stay valid) and are found from a record's number with a shift or two (so a read by
+// index touches the record alone, not a table of pointers first). The first chunks grow from 16
+// blocks to kLargest blocks, a mesh of a few elements taking a few hundred bytes; every later
+// chunk holds kLargest blocks. Records are never given back: elements are deleted by marking.
+class ElementStore {
+  public:
+    // The chunk for the next record, when the last chunk is full, and room in the chunk table.
+    struct Growth {
+        RawBlock chunk;
+        DenseArray<char *>::Growth table;
+    };
+
+    explicit ElementStore(std::size_t block_size) noexcept
+        : block_size_((block_size + 7) / 8 * 8) {}
+    ~ElementStore() { release(); }
+    ElementStore(const ElementStore &) = delete;
+    ElementStore &operator=(const ElementStore &) = delete;
+
+    // Makes sure the next take() has a block (raises std::bad_alloc); changes nothing.
+    void prepare(Growth &growth) const {
+        if (size_ < capacity_ || growth.chunk.get() != nullptr) return;
+        chunks_.prepare(growth.table, 1);
+        growth.chunk = RawBlock(chunk_blocks(chunks_.size()) * block_size_);
+    }
+    // Hands out the next record, zero-filled, adopting the prepared chunk if it needs one.
+    void *take(Growth &growth) noexcept {
+        if (size_ == capacity_) {
+            chunks_.commit(growth.table);
+            capacity_ += chunk_blocks(chunks_.size());
+            chunks_.push_back(static_cast<char *>(growth.chunk.forget()));
+        }
+        void *block = at(size_++);
+        std::memset(block, 0, block_size_);
+        return block;
+    }
+    // The record made `index`-th (below size()).
+    void *at(std::size_t index) const noexcept {
+        std::size_t chunk, offset;
+        if (index < kGrowing) {
+            const std::size_t n = index + kFirst;
+            chunk = static_cast<std::size_t>(std::bit_width(n)) - kFirstBits - 1;
+            offset = n - (kFirst << chunk);
+        } else {
+            chunk = kGrowingChunks + ((index - kGrowing) >> kLargestBits);
+            offset = (index - kGrowing) & (kLargest - 1);
+        }
+        return chunks_[chunk] + offset * block_size_;
+    }
+    std::size_t size() const noexcept { return size_; }
+    std::size_t block_size() const noexcept { return block_size_; }
+    void release() noexcept {
+        for (std::size_t c = 0; c < chunks_.size(); ++c) {
+            ::operator delete(static_cast<void *>(chunks_[c]), chunk_blocks(c) * block_size_);
+        }
+        chunks_.release();
+        size_ = capacity_ = 0;
+    }
+
+  private:
+    static constexpr unsigned kFirstBits = 4;
+    static constexpr unsigned kLargestBits = 12;
+    static constexpr std::size_t kFirst = std::size_t{1} << kFirstBits;
+    static constexpr std::size_t kLargest = std::size_t{1} << kLargestBits;
+    static constexpr std::size_t kGrowingChunks = kLargestBits - kFirstBits;
+    // Records in the growing chunks: 16 + 32 + ... + kLargest / 2.
+    static constexpr std::size_t kGrowing = kLargest - kFirst;
+
+    static std::size_t chunk_blocks(std::size_t chunk) noexcept {
+        return chunk < kGrowingChunks ? kFirst << chunk : kLargest;
+    }
+
+    std::size_t block_size_;
+    DenseArray<char *> chunks_;
+    std::size_t size_ = 0;
+    std::size_t capacity_ = 0;
 };
 
 }  // namespace vx::mesh

@@ -39,9 +39,9 @@ const PolyType *find(const Registry &r, std::uint32_t code) noexcept {
 int vertex_bounds(const Mesh *, const MeshPolygon *polygon, float box[6]) {
     bool any = false;
     for (unsigned i = 0; i < polygon->count; ++i) {
-        const MeshVertex *vertex = polygon->vertices[i];
+        const MeshVertex *vertex = polygon->vertices()[i];
         if (vertex == nullptr) continue;
-        const float *p = vertex->mesh->positions.get(vertex->slot);
+        const float *p = vertex->position;
         for (int k = 0; k < 3; ++k) {
             if (!any || p[k] < box[k]) box[k] = p[k];
             if (!any || p[k] > box[k + 3]) box[k + 3] = p[k];
@@ -116,6 +116,10 @@ const PolyType *poly_type_at(unsigned index) noexcept {
     return index < r.count.load(std::memory_order_acquire) ? &r.types[index] : nullptr;
 }
 
+unsigned poly_type_index(const PolyType *type) noexcept {
+    return static_cast<unsigned>(type - registry().types);
+}
+
 bool poly_type_set_meta(const PolyType *type, MeshMetaClass *cls) noexcept {
     auto *mutable_type = const_cast<PolyType *>(type);
     MeshMetaClass *expected = nullptr;
@@ -133,7 +137,7 @@ void poly_types_mesh_initialize(Mesh *mesh) {
 }
 
 bool poly_type_bounds(const Mesh *mesh, const MeshPolygon *polygon, float box[6]) noexcept {
-    PolyTypeBoundsFunc bounds = polygon->type->bounds.load(std::memory_order_acquire);
+    PolyTypeBoundsFunc bounds = polygon->type()->bounds.load(std::memory_order_acquire);
     return bounds != nullptr && bounds(mesh, polygon, box) != 0;
 }
 

@@ -25,6 +25,8 @@ const PolyType *poly_type_define(std::uint32_t code, const char *name, std::uint
 const PolyType *poly_type_lookup(std::uint32_t code) noexcept;
 unsigned poly_type_count() noexcept;
 const PolyType *poly_type_at(unsigned index) noexcept;
+// The place of a defined type in the table, which poly_type_at() answers.
+unsigned poly_type_index(const PolyType *type) noexcept;
 bool poly_type_set_meta(const PolyType *type, MeshMetaClass *cls) noexcept;
 // Makes the mesh's record of every type's meta class (at MeshCreate); raises on failure.
 void poly_types_mesh_initialize(Mesh *mesh);
