@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -115,10 +116,14 @@ class Stream {
 
 // An envelope entry of item 0's channel "y" in the current action block, with keys given as
 // (time, value) pairs in the order given.
-void envelope_entry(Stream &s, std::initializer_list<float> keys) {
-    s.begin(302).u32(0).u32(0).text("y").u32(CINE_STATE_ENVELOPE).u32(0).u32(1).u32(1);
+// An envelope entry of channel "y" with (time, value) keys; the settings and slope type may be
+// out of range, as a damaged file holds them.
+void envelope_entry(Stream &s, std::initializer_list<float> keys, std::uint32_t interpolation = 1,
+                    std::uint32_t post = 1, std::uint32_t slope_type = 1) {
+    s.begin(302).u32(0).u32(0).text("y").u32(CINE_STATE_ENVELOPE).u32(0).u32(interpolation);
+    s.u32(post);
     for (auto k = keys.begin(); k != keys.end() && k + 1 != keys.end(); k += 2) {
-        s.begin(2).f32(k[0]).u32(0).u32(1).f32(k[1]).f32(0.0f).f32(0.0f).end();
+        s.begin(2).f32(k[0]).u32(0).u32(slope_type).f32(k[1]).f32(0.0f).f32(0.0f).end();
     }
     s.end();
 }
@@ -211,7 +216,15 @@ int main(int argc, char **argv) {
         s.begin(208).text("action").begin(300).text("edit").u32(9).u32(1);
         envelope_entry(s, {1.0f, 1.0f, 0.5f, 2.0f});
         s.end().end().end();
-        keep("corrupt_keys_out_of_order.vxr", s.bytes());
+        keep("repaired_keys_out_of_order.vxr", s.bytes());
+    }
+    {
+        Stream s;
+        s.begin(200).head().package("fzItem").item(0, "a");
+        s.begin(208).text("action").begin(300).text("edit").u32(9).u32(1);
+        envelope_entry(s, {0.0f, 1.0f, std::numeric_limits<float>::quiet_NaN(), 2.0f}, 7, 99, 0x77);
+        s.end().end().end();
+        keep("repaired_settings_out_of_range.vxr", s.bytes());
     }
     {
         Stream s;

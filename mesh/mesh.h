@@ -26,7 +26,9 @@ struct MeshVertex {
 
 namespace vx::mesh {
 const PolyType *poly_type_at(unsigned index) noexcept;  // mesh/poly_type.h
-}
+// The type number of a polygon of no type (code 0, no flags), which answers such a record.
+inline constexpr std::uint32_t kNoPolyType = 0xFFFFFFFF;
+}  // namespace vx::mesh
 
 // A polygon: its mesh, flags and marks as for vertices, its vertex count and tag count, its
 // number among the polygons its mesh made (which indexes per-polygon caches), its type (by its
@@ -77,6 +79,9 @@ inline constexpr std::uint16_t kDead = 0x8000;
 inline constexpr std::uint16_t kChanged = 0x4000;
 
 inline constexpr std::uint32_t kBuilding = 0xFFFFFFFF;
+// Set in the mesh flags while the mesh is torn down: modules asked to change it then (from a
+// meta data drop step) leave it alone rather than make records that nothing would free.
+inline constexpr std::uint32_t kDying = 0x80000000u;
 inline constexpr std::uint32_t kNoBatch = 0xFFFFFFFF;
 
 // An element list: the elements in order, with the number of dead ones. A mesh's own list
@@ -164,6 +169,11 @@ struct Mesh {
 namespace vx::mesh {
 
 void startup();  // raises on failure
+// A step that every first MeshStartup runs after the built-in types and classes are defined:
+// how later modules (subdivision surfaces) set up the polygon types they keep data for. Steps
+// are added by static initialisers; a step may raise. False when the table is full.
+using StartupStep = void (*)();
+bool add_startup_step(StartupStep step) noexcept;
 void shutdown() noexcept;
 bool started() noexcept;
 Port *global_port() noexcept;
@@ -185,6 +195,21 @@ std::uint32_t num_vertices(const Mesh *mesh) noexcept;
 std::uint32_t num_polygons(const Mesh *mesh) noexcept;
 MeshVertex *vertex_at(const Mesh *mesh, std::uint32_t index) noexcept;
 MeshPolygon *polygon_at(const Mesh *mesh, std::uint32_t index) noexcept;
+
+// The number of an element among those its mesh made (its place in its mesh's store), and how
+// many its mesh made: for tables indexed by element.
+inline std::uint32_t slot_of(const MeshVertex *vertex) noexcept {
+    return static_cast<std::uint32_t>(vertex->mesh->vertex_store.index_of(vertex));
+}
+inline std::uint32_t slot_of(const MeshPolygon *polygon) noexcept {
+    return polygon->slot;
+}
+inline std::uint32_t vertex_slots(const Mesh *mesh) noexcept {
+    return static_cast<std::uint32_t>(mesh->vertex_store.size());
+}
+inline std::uint32_t polygon_slots(const Mesh *mesh) noexcept {
+    return static_cast<std::uint32_t>(mesh->polygon_store.size());
+}
 
 // The element at an index, inline for the common case of a list without dead entries that
 // reads its mesh's store: one computed address, no table of pointers.

@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <new>
 #include <type_traits>
 #include <utility>
@@ -225,11 +226,17 @@ class ElementPool {
 // blocks to kLargest blocks, a mesh of a few elements taking a few hundred bytes; every later
 // chunk holds kLargest blocks. Records are never given back: elements are deleted by marking.
 class ElementStore {
+    struct ChunkPlace {
+        const char *base;
+        std::size_t chunk;
+    };
+
   public:
     // The chunk for the next record, when the last chunk is full, and room in the chunk table.
     struct Growth {
         RawBlock chunk;
         DenseArray<char *>::Growth table;
+        DenseArray<ChunkPlace>::Growth by_address;
     };
 
     explicit ElementStore(std::size_t block_size) noexcept
@@ -242,14 +249,23 @@ class ElementStore {
     void prepare(Growth &growth) const {
         if (size_ < capacity_ || growth.chunk.get() != nullptr) return;
         chunks_.prepare(growth.table, 1);
+        by_address_.prepare(growth.by_address, 1);
         growth.chunk = RawBlock(chunk_blocks(chunks_.size()) * block_size_);
     }
     // Hands out the next record, zero-filled, adopting the prepared chunk if it needs one.
     void *take(Growth &growth) noexcept {
         if (size_ == capacity_) {
             chunks_.commit(growth.table);
+            by_address_.commit(growth.by_address);
             capacity_ += chunk_blocks(chunks_.size());
-            chunks_.push_back(static_cast<char *>(growth.chunk.forget()));
+            char *chunk = static_cast<char *>(growth.chunk.forget());
+            chunks_.push_back(chunk);
+            // Kept in address order, for index_of().
+            by_address_.push_back(ChunkPlace{chunk, chunks_.size() - 1});
+            for (std::size_t i = by_address_.size() - 1;
+                 i > 0 && std::less<const char *>()(chunk, by_address_[i - 1].base); --i) {
+                std::swap(by_address_[i - 1], by_address_[i]);
+            }
         }
         void *block = at(size_++);
         std::memset(block, 0, block_size_);
@@ -268,6 +284,18 @@ class ElementStore {
         }
         return chunks_[chunk] + offset * block_size_;
     }
+    // The number of a record of this store: where it stands in the order of making.
+    std::size_t index_of(const void *record) const noexcept {
+        const char *at = static_cast<const char *>(record);
+        std::size_t lo = 0, n = by_address_.size();
+        while (n > 1) {  // the last chunk that starts at or before the record
+            const std::size_t half = n / 2;
+            if (std::less_equal<const char *>()(by_address_[lo + half].base, at)) lo += half;
+            n -= half;
+        }
+        const ChunkPlace &place = by_address_[lo];
+        return first_index(place.chunk) + static_cast<std::size_t>(at - place.base) / block_size_;
+    }
     std::size_t size() const noexcept { return size_; }
     std::size_t block_size() const noexcept { return block_size_; }
     void release() noexcept {
@@ -275,6 +303,7 @@ class ElementStore {
             ::operator delete(static_cast<void *>(chunks_[c]), chunk_blocks(c) * block_size_);
         }
         chunks_.release();
+        by_address_.release();
         size_ = capacity_ = 0;
     }
 
@@ -290,9 +319,14 @@ class ElementStore {
     static std::size_t chunk_blocks(std::size_t chunk) noexcept {
         return chunk < kGrowingChunks ? kFirst << chunk : kLargest;
     }
+    static std::size_t first_index(std::size_t chunk) noexcept {
+        return chunk < kGrowingChunks ? (kFirst << chunk) - kFirst
+                                      : kGrowing + (chunk - kGrowingChunks) * kLargest;
+    }
 
     std::size_t block_size_;
     DenseArray<char *> chunks_;
+    DenseArray<ChunkPlace> by_address_;  // the same chunks in address order
     std::size_t size_ = 0;
     std::size_t capacity_ = 0;
 };

@@ -7,6 +7,7 @@
 
 #include "foundation/component.h"
 #include "foundation/edit_frame.h"
+#include "foundation/link_graph.h"
 #include "scene/cinema_module.h"
 #include "scene/package_registry.h"
 #include "scene/scene.h"
@@ -202,6 +203,29 @@ CineItem &create_item(Cinema &scene, std::uint32_t type) {
     ++scene.next_ident;
     keep_room(scene, item);
     return item;
+}
+
+void delete_item(CineItem &item) {
+    if (!item.in_scene) fail(rc::refused, "the item is not in its scene");
+    Cinema &scene = *item.scene;
+    SceneEdit frame(scene);
+    // Every link to or from the item (or one of its channels) goes first, each remembering its
+    // places, so that undo restores parents, sources and memberships exactly.
+    for (LinkGraph *graph : scene.graphs) {
+        std::vector<std::pair<GraphNode, GraphNode>> links;
+        for (const auto &[node, lists] : graph->nodes) {
+            for (GraphNode to : lists.forward) {
+                if (node.object == &item || to.object == &item) links.emplace_back(node, to);
+            }
+        }
+        for (const auto &[from, to] : links) unlink(*graph, from, to);
+    }
+    // The item's entries in actions stay, as they do when its creation is undone: nothing reads
+    // them while the item is out, and they go with the item once it leaves for good.
+    Edit<PresenceEdit> edit(&item, &scene, scene.id);
+    edit->owned = false;
+    edit->entered = true;
+    edit.hand_over(0);
 }
 
 void free_item(CineItem *item, bool scene_alive, bool tell_client) noexcept {

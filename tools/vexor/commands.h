@@ -18,9 +18,11 @@ struct Subcommand {
     const char *help;  // the full help, ending in a newline
 };
 
+int vexor_blend(int argc, char **argv);
 int vexor_demo(int argc, char **argv);
 int vexor_env(int argc, char **argv);
 int vexor_gallery(int argc, char **argv);
+int vexor_image(int argc, char **argv);
 int vexor_scene(int argc, char **argv);
 
 // In the order `vexor --help` lists them.
@@ -101,4 +103,28 @@ inline constexpr Subcommand kSubcommands[] = {
      "  --svg PATH       where to write the picture (default: vexor-scene-plot.svg)\n"
      "\n"
      "example: vexor demo && vexor scene plot vexor-demo.vxr --action scene --to 3\n"},
+    {"image", "what a PNG or EXR picture holds, or the picture in the other format", vexor_image,
+     "usage: vexor image info FILE...\n"
+     "       vexor image convert IN OUT\n"
+     "\n"
+     "info prints each picture's format, size and channels, and the smallest, largest\n"
+     "and mean value of every channel (PNG samples read as 0 to 1). convert reads a\n"
+     "PNG or EXR picture and writes it as the format OUT's name ends in: .png (8-bit,\n"
+     "values clamped to 0 to 1) or .exr (32-bit float). Pictures of more than 64\n"
+     "megapixels are refused.\n"
+     "\n"
+     "example: vexor image convert render.exr preview.png\n"},
+    {"blend", "a picture of the fifteen blend modes of texture layers", vexor_blend,
+     "usage: vexor blend [--png PATH] [--opacity O] [--cell N]\n"
+     "\n"
+     "Blends the same two ramps by each of the fifteen blend modes of texture layers\n"
+     "and draws the results as a labelled grid: the base is a horizontal gradient of\n"
+     "colours (blue to yellow, left to right), the layer a vertical one (cyan to red,\n"
+     "top to bottom). Prints each mode's colour at the centre of its cell.\n"
+     "\n"
+     "  --png PATH    where to write the picture (default: vexor-blend.png)\n"
+     "  --opacity O   the layer's opacity, -4 to 4 (default: 1)\n"
+     "  --cell N      the size of one cell in pixels, 32 to 1024 (default: 160)\n"
+     "\n"
+     "example: vexor blend --opacity 0.5 --png half.png\n"},
 };
