@@ -199,6 +199,8 @@ CineItem &create_item(Cinema &scene, std::uint32_t type) {
     edit->list_at = scene.item_lists.size();
     edit->item_at = kNoIndex;
     edit.hand_over(1);
+    const SceneClient *client = scene_client();
+    if (client != nullptr && client->item_made != nullptr && !scene.making) client->item_made(item);
     // Counted only once the item exists, so a failed creation leaves the next number alone.
     ++scene.next_ident;
     keep_room(scene, item);
@@ -220,6 +222,8 @@ void delete_item(CineItem &item) {
         }
         for (const auto &[from, to] : links) unlink(*graph, from, to);
     }
+    const SceneClient *client = scene_client();
+    if (client != nullptr && client->item_deleting != nullptr) client->item_deleting(item);
     // The item's entries in actions stay, as they do when its creation is undone: nothing reads
     // them while the item is out, and they go with the item once it leaves for good.
     Edit<PresenceEdit> edit(&item, &scene, scene.id);

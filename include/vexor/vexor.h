@@ -4,6 +4,7 @@
 #define VEXOR_VEXOR_H
 
 #include "vexor/action.h"
+#include "vexor/actionclip.h"
 #include "vexor/block.h"
 #include "vexor/cinema.h"
 #include "vexor/env.h"
