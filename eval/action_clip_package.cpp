@@ -3,7 +3,7 @@
 #include <vexor/cinema.h>
 #include <vexor/package.h>
 
-#include <algorithm>
+#include <cstdio>
 #include <string>
 
 #include "eval/action_clip.h"
@@ -32,44 +32,43 @@ constexpr const char *kPosePackage = "actionpose";
 constexpr TextHint kModeHints[] = {
     {ACTIONCLIP_MODE_OVERRIDE, "override"}, {ACTIONCLIP_MODE_UNDER, "under"}, {0, nullptr}};
 
-// A name no action of the scene has: the clip's identity, with a number when it is taken
-// (by an action of a loaded file, say).
+// A name no action of the scene has: the clip's unique name as it is made, with a number
+// when that is taken (by the action of an earlier clip that was renamed, say).
 std::string free_name(const Cinema &scene, const std::string &base) {
     std::string name = base;
     for (unsigned n = 2; act::lookup(scene, name.c_str()) != nullptr; ++n) {
-        name = base + "_" + std::to_string(n);
+        char number[16];
+        std::snprintf(number, sizeof number, "_%u", n);
+        name = base + number;
     }
     return name;
 }
 
 // After a load: the clip's tag names its action. A clip without the tag looks for an action
 // of its unique name. A clip whose action is missing (or is another clip's, or the scene's
-// own, which only a damaged file can say) has none, and forgets the name so that a later
-// action of that name is not taken for it.
+// own, which only a damaged file can say) has none: its tag is emptied, so that a later action
+// of that name is not taken for it, now or when the scene is saved and loaded again.
 bool owns_action(CineItem &clip) noexcept {
     const CineAction *action = action_of(clip);
     return action != nullptr && clip_of(*action) == &clip;
 }
 
-void drop_action_tag(CineItem &clip) noexcept {
-    std::vector<cine::ItemTag> &tags = clip.tags;
-    tags.erase(std::remove_if(tags.begin(), tags.end(),
-                              [](const cine::ItemTag &tag) { return tag.code == kActionTag; }),
-               tags.end());
+void set_action_tag(CineItem &clip, const std::string &name) {
+    for (cine::ItemTag &tag : clip.tags) {
+        if (tag.code == kActionTag) {
+            tag.value = name;
+            return;
+        }
+    }
+    clip.tags.push_back(cine::ItemTag{kActionTag, name});
 }
 
 void find_again(void *item) {
     CineItem &clip = *static_cast<CineItem *>(item);
-    const bool tagged = cine::item_tag(clip, kActionTag) != nullptr;
-    if (tagged && owns_action(clip)) return;
-    drop_action_tag(clip);
-    const std::string &unique = cine::unique_name(clip);
-    if (!tagged) {
-        clip.tags.push_back(cine::ItemTag{kActionTag, unique});
-        if (owns_action(clip)) return;
-        drop_action_tag(clip);
-    }
-    log::level(1, "Action not found for ActionClip: %s\n", unique.c_str());
+    if (cine::item_tag(clip, kActionTag) == nullptr) set_action_tag(clip, cine::unique_name(clip));
+    if (owns_action(clip)) return;
+    set_action_tag(clip, std::string());
+    log::level(1, "Action not found for ActionClip: %s\n", cine::unique_name(clip).c_str());
 }
 
 // The types survive a stop of this module while the scene module runs on.
@@ -137,7 +136,7 @@ void item_made(CineItem &item) {
                    cine::unique_name(item).c_str());
         return;
     }
-    const std::string name = free_name(scene, item.ident);
+    const std::string name = free_name(scene, cine::unique_name(item));
     const bool pose = cine::test_type(item, CineLookupType(kPosePackage));
     cine::set_item_tag(item, kActionTag, name.c_str());
     act::create(scene, name.c_str(), pose ? CINE_ACTION_SETUP : CINE_ACTION_SCENE, nullptr);
