@@ -86,6 +86,7 @@ void stop() noexcept {
     vx::cine::set_scene_client(nullptr);
     vx::cine::set_action_scene_query(nullptr);
     unregister_io();
+    vx::eval::free_orphan_evaluators();
     vx::PortDestroy(m.modifier_list);
     m.modifier_list = nullptr;
 }

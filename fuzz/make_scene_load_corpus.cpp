@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <initializer_list>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -140,10 +141,14 @@ class Stream {
 
 // An envelope entry of item 0's channel "y" in the current action block, with keys given as
 // (time, value) pairs in the order given.
-void envelope_entry(Stream &s, std::initializer_list<float> keys) {
-    s.begin(302).u32(0).u32(0).text("y").u32(CINE_STATE_ENVELOPE).u32(0).u32(1).u32(1);
+// An envelope entry of channel "y" with (time, value) keys; the settings and slope type may be
+// out of range, as a damaged file holds them.
+void envelope_entry(Stream &s, std::initializer_list<float> keys, std::uint32_t interpolation = 1,
+                    std::uint32_t post = 1, std::uint32_t slope_type = 1) {
+    s.begin(302).u32(0).u32(0).text("y").u32(CINE_STATE_ENVELOPE).u32(0).u32(interpolation);
+    s.u32(post);
     for (auto k = keys.begin(); k != keys.end() && k + 1 != keys.end(); k += 2) {
-        s.begin(2).f32(k[0]).u32(0).u32(1).f32(k[1]).f32(0.0f).f32(0.0f).end();
+        s.begin(2).f32(k[0]).u32(0).u32(slope_type).f32(k[1]).f32(0.0f).f32(0.0f).end();
     }
     s.end();
 }
@@ -238,7 +243,15 @@ int main(int argc, char **argv) {
         s.begin(208).text("action").begin(300).text("edit").u32(9).u32(1);
         envelope_entry(s, {1.0f, 1.0f, 0.5f, 2.0f});
         s.end().end().end();
-        keep("corrupt_keys_out_of_order.vxr", s.bytes());
+        keep("repaired_keys_out_of_order.vxr", s.bytes());
+    }
+    {
+        Stream s;
+        s.begin(200).head().package("fzItem").item(0, "a");
+        s.begin(208).text("action").begin(300).text("edit").u32(9).u32(1);
+        envelope_entry(s, {0.0f, 1.0f, std::numeric_limits<float>::quiet_NaN(), 2.0f}, 7, 99, 0x77);
+        s.end().end().end();
+        keep("repaired_settings_out_of_range.vxr", s.bytes());
     }
     {
         Stream s;
@@ -258,20 +271,20 @@ int main(int argc, char **argv) {
     {
         Stream s;
         s.begin(200).head().package("fzItem").item(0, "a").item(0, "b");
-        s.begin(208).text("group").begin(400).u32(0).u32(1).end().end().end();
+        s.begin(208).text("group").begin(420).u32(0).u32(1).end().end().end();
         keep("corrupt_members_of_no_group.vxr", s.bytes());
     }
     {
         Stream s;
         s.begin(200).head().package("group").item(0, "g");
-        s.begin(208).text("group").begin(400).u32(0).u32(0).end().end().end();
+        s.begin(208).text("group").begin(420).u32(0).u32(0).end().end().end();
         keep("corrupt_group_among_its_members.vxr", s.bytes());
     }
     {
         Stream s;
         s.begin(200).head().package("group").package("fzItem").item(0, "g").item(1, "a");
-        s.begin(208).text("group").begin(401).u32(0).u32(1).u32(1).text("y").end();
-        s.begin(401).u32(0).u32(1).u32(1).text("y").end().end().end();
+        s.begin(208).text("group").begin(421).u32(0).u32(1).u32(1).text("y").end();
+        s.begin(421).u32(0).u32(1).u32(1).text("y").end().end().end();
         keep("corrupt_member_listed_twice.vxr", s.bytes());
     }
 

@@ -16,8 +16,8 @@ using cine::io::LoadContext;
 using cine::io::SaveContext;
 
 constexpr const char *kClientName = "group";
-constexpr std::uint32_t kItemMember = 400;
-constexpr std::uint32_t kChannelMember = 401;
+constexpr std::uint32_t kItemMember = 420;
+constexpr std::uint32_t kChannelMember = 421;
 constexpr BlkBlockId kChunkBlocks[] = {
     {kItemMember, "member"}, {kChannelMember, "channel member"}, {0, nullptr}};
 

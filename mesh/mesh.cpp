@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <mutex>
 #include <type_traits>
@@ -31,6 +32,9 @@ struct Module {
     unsigned count = 0;
     // Read on every announcement, so without the lock.
     std::atomic<Port *> port{nullptr};
+    // Steps of later modules run at every first start (under `life`).
+    StartupStep steps[8] = {};
+    unsigned step_count = 0;
 };
 
 Module &module() {
@@ -243,10 +247,22 @@ void startup() {
     poly_types_startup();
     meta_startup();
     vmap_types_startup();
+    for (unsigned i = 0; i < m.step_count; ++i) m.steps[i]();
     m.port.store(vx::PortCreate(MESH_GLOBAL_PORT_NAME), std::memory_order_release);
     uncount.disarm();
     // Nothing below can fail: the undo system that later mesh edits record into.
     vx::UndoSysStartup();
+}
+
+bool add_startup_step(StartupStep step) noexcept {
+    Module &m = module();
+    std::lock_guard<std::mutex> whole(m.life);
+    for (unsigned i = 0; i < m.step_count; ++i) {
+        if (m.steps[i] == step) return true;
+    }
+    if (m.step_count == std::size(m.steps)) return false;
+    m.steps[m.step_count++] = step;
+    return true;
 }
 
 void shutdown() noexcept {
@@ -358,6 +374,8 @@ bool destroy(Mesh *mesh) noexcept {
             }
         }
     }
+    mesh->flags |= kDying;
+    mesh->batch_depth = kBuilding;
     unlink(mesh);
     delete mesh;
     return true;

@@ -46,6 +46,9 @@ inline constexpr std::uint16_t kDead = 0x8000;
 inline constexpr std::uint16_t kChanged = 0x4000;
 
 inline constexpr std::uint32_t kBuilding = 0xFFFFFFFF;
+// Set in the mesh flags while the mesh is torn down: modules asked to change it then (from a
+// meta data drop step) leave it alone rather than make records that nothing would free.
+inline constexpr std::uint32_t kDying = 0x80000000u;
 inline constexpr std::uint32_t kNoBatch = 0xFFFFFFFF;
 
 // Vertex arrays of up to this many vertices come from the mesh's per-size pools.
@@ -134,6 +137,11 @@ struct Mesh {
 namespace vx::mesh {
 
 void startup();  // raises on failure
+// A step that every first MeshStartup runs after the built-in types and classes are defined:
+// how later modules (subdivision surfaces) set up the polygon types they keep data for. Steps
+// are added by static initialisers; a step may raise. False when the table is full.
+using StartupStep = void (*)();
+bool add_startup_step(StartupStep step) noexcept;
 void shutdown() noexcept;
 bool started() noexcept;
 Port *global_port() noexcept;

@@ -9,6 +9,7 @@
 
 #include "foundation/failure.h"
 #include "mesh/mesh.h"
+#include "mesh/position_read.h"
 
 namespace vx::mesh {
 
@@ -35,13 +36,14 @@ const PolyType *find(const Registry &r, std::uint32_t code) noexcept {
     return nullptr;
 }
 
-// The box of the polygon's vertex positions, read through each vertex's own mesh.
-int vertex_bounds(const Mesh *, const MeshPolygon *polygon, float box[6]) {
+// The box of the polygon's vertex positions as the mesh sees them.
+int vertex_bounds(const Mesh *mesh, const MeshPolygon *polygon, float box[6]) {
     bool any = false;
+    const PositionSource source(mesh);
     for (unsigned i = 0; i < polygon->count; ++i) {
         const MeshVertex *vertex = polygon->vertices[i];
         if (vertex == nullptr) continue;
-        const float *p = vertex->mesh->positions.get(vertex->slot);
+        const float *p = source.get(vertex);
         for (int k = 0; k < 3; ++k) {
             if (!any || p[k] < box[k]) box[k] = p[k];
             if (!any || p[k] > box[k + 3]) box[k + 3] = p[k];

@@ -18,6 +18,8 @@ struct Subcommand {
     const char *help;  // the full help, ending in a newline
 };
 
+int vexor_adjust(int argc, char **argv);
+int vexor_blend(int argc, char **argv);
 int vexor_demo(int argc, char **argv);
 int vexor_env(int argc, char **argv);
 int vexor_gallery(int argc, char **argv);
@@ -116,4 +118,46 @@ inline constexpr Subcommand kSubcommands[] = {
      "megapixels are refused.\n"
      "\n"
      "example: vexor image convert render.exr preview.png\n"},
+    {"adjust", "change a picture's hue, saturation, colour and levels as a render output does",
+     vexor_adjust,
+     "usage: vexor adjust IN OUT [options]\n"
+     "\n"
+     "Reads a PNG or EXR picture, puts every pixel through a render output's colour\n"
+     "operations and writes the result as the format OUT's name ends in: .png (8-bit)\n"
+     "or .exr (32-bit float, values above 1 kept). First hue and saturation: the\n"
+     "pixel's hue is turned, its saturation scaled (saturation pushed past 1 brightens\n"
+     "the pixel instead) and it moves towards the colorization colour; then the output\n"
+     "levels. Grey pictures come out as colour ones; alpha is kept. It prints which\n"
+     "operations ran.\n"
+     "\n"
+     "  --hue DEGREES          turn the hue (0 to 360; negative turns the other way)\n"
+     "  --saturation F         multiply the saturation by F (0 makes grey)\n"
+     "  --colorize R,G,B       move every pixel towards this colour ...\n"
+     "  --amount A             ... by A, 0 to 1 (default: 1)\n"
+     "  --black B              input black level of the black-and-white levels: luma B\n"
+     "                         maps to the output minimum (default: 0)\n"
+     "  --out-min M            output minimum of the black-and-white levels (default: 0)\n"
+     "  --out-max M            output maximum of the black-and-white levels (default: 1);\n"
+     "                         these three scale each pixel by one factor, keeping its hue\n"
+     "  --levels-red IN0:IN1:OUT0:OUT1\n"
+     "  --levels-green IN0:IN1:OUT0:OUT1\n"
+     "  --levels-blue IN0:IN1:OUT0:OUT1\n"
+     "                         map the component's input range IN0..IN1 onto OUT0..OUT1,\n"
+     "                         after the black-and-white levels\n"
+     "\n"
+     "example: vexor adjust render.exr graded.png --hue 30 --saturation 1.2 \\\n"
+     "             --black 0.05 --levels-blue 0:1:0.1:0.9\n"},
+    {"blend", "a picture of the fifteen blend modes of texture layers", vexor_blend,
+     "usage: vexor blend [--png PATH] [--opacity O] [--cell N]\n"
+     "\n"
+     "Blends the same two ramps by each of the fifteen blend modes of texture layers\n"
+     "and draws the results as a labelled grid: the base is a horizontal gradient of\n"
+     "colours (blue to yellow, left to right), the layer a vertical one (cyan to red,\n"
+     "top to bottom). Prints each mode's colour at the centre of its cell.\n"
+     "\n"
+     "  --png PATH    where to write the picture (default: vexor-blend.png)\n"
+     "  --opacity O   the layer's opacity, -4 to 4 (default: 1)\n"
+     "  --cell N      the size of one cell in pixels, 32 to 1024 (default: 160)\n"
+     "\n"
+     "example: vexor blend --opacity 0.5 --png half.png\n"},
 };
