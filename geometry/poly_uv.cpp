@@ -34,7 +34,7 @@ class CornerUVs {
         : vmap_(vmap), polygon_(polygon) {}
     unsigned size() const noexcept { return polygon_.count; }
     UV at(unsigned corner) const noexcept {
-        const float *uv = VMapEval(vmap_, polygon_.vertices[corner], &polygon_);
+        const float *uv = VMapEval(vmap_, polygon_.vertices()[corner], &polygon_);
         if (uv == nullptr) return UV{0.0, 0.0};
         return UV{static_cast<double>(uv[0]), static_cast<double>(uv[1])};
     }
@@ -161,7 +161,7 @@ bool inside_text_geometry(const CornerUVs &corners, const double p[2]) noexcept 
 }
 
 bool is_text(const MeshPolygon &polygon) noexcept {
-    return polygon.type->code == kText;
+    return polygon.type()->code == kText;
 }
 
 }  // namespace
