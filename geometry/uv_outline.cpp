@@ -9,7 +9,7 @@
 namespace vx::geometry {
 
 bool SmoothedOutline::applies(const VMap *vmap, const MeshPolygon &polygon) {
-    const std::uint32_t flags = polygon.type->flags;
+    const std::uint32_t flags = polygon.type()->flags;
     return (flags & POLYTYPE_AREA) != 0 && (flags & POLYTYPE_LINEAR) == 0 &&
            SUBDGetLinearUV(VMapMesh(vmap)) == 0;
 }
