@@ -3,6 +3,7 @@
 
 #include <cmath>
 
+#include "curves/env_checks.h"
 #include "curves/env_edits.h"
 #include "curves/env_range.h"
 #include "foundation/guard.h"
@@ -118,14 +119,25 @@ VX_API int EnvSetInterpolation(Envelope *env, unsigned int interpolation) {
     return edit(env, [&] { set_interpolation(*env, interpolation); });
 }
 
+// The direct setters refuse what the undoable ones refuse; they have no result, so a refusal
+// shows only in VxLastFailure.
 VX_API void EnvSetPreBehaviorDirect(Envelope *env, unsigned int behavior) {
-    if (env != nullptr) env->pre_behavior = behavior;
+    edit(env, [&] {
+        require_behavior(behavior);
+        env->pre_behavior = behavior;
+    });
 }
 VX_API void EnvSetPostBehaviorDirect(Envelope *env, unsigned int behavior) {
-    if (env != nullptr) env->post_behavior = behavior;
+    edit(env, [&] {
+        require_behavior(behavior);
+        env->post_behavior = behavior;
+    });
 }
 VX_API void EnvSetInterpolationDirect(Envelope *env, unsigned int interpolation) {
-    if (env != nullptr) env->interpolation = interpolation;
+    edit(env, [&] {
+        require_interpolation(interpolation);
+        env->interpolation = interpolation;
+    });
 }
 
 VX_API int EnvIsAnimated(const Envelope *env) {
@@ -163,13 +175,13 @@ VX_API unsigned int EnvGetDefaultBehavior(void) {
     return default_behavior();
 }
 VX_API void EnvSetDefaultBehavior(unsigned int behavior) {
-    set_default_behavior(behavior);
+    vx::guard([&] { set_default_behavior(behavior); });
 }
 VX_API unsigned int EnvGetDefaultInterpolation(void) {
     return default_interpolation();
 }
 VX_API void EnvSetDefaultInterpolation(unsigned int interpolation) {
-    set_default_interpolation(interpolation);
+    vx::guard([&] { set_default_interpolation(interpolation); });
 }
 VX_API unsigned int EnvKeyDefaultSlopeType(void) {
     return default_slope_type();
@@ -384,7 +396,7 @@ VX_API int EnvKeySetUserFlag(EnvKey *key, unsigned int bits) {
 
 VX_API int EnvKeyClearUserFlag(EnvKey *key, unsigned int bits) {
     if (key == nullptr || (key->flags & bits) == 0) return 0;
-    key->flags ^= key->flags & bits;
+    key->flags ^= bits;  // toggles: asked bits that were clear become set
     return 1;
 }
 
@@ -402,7 +414,7 @@ VX_API int EnvKeyTangentClearUserFlag(EnvKey *key, int side, unsigned int bits) 
     if (side == 1 && (key->flags & kBrokenMask) == 0) return 0;
     unsigned int &flags = key->side[side].flags;
     if ((flags & bits) == 0) return 0;
-    flags ^= flags & bits;
+    flags ^= bits;
     return 1;
 }
 
@@ -413,7 +425,11 @@ VX_API unsigned int EnvKeyTangentGetUserFlag(const EnvKey *key, int side, unsign
 }
 
 VX_API void EnvKeySetWeightValueD(EnvKey *key, int side, double weight) {
-    if (key != nullptr && valid_side(side)) key->side[side].weight = weight;
+    vx::guard([&] {
+        require(key != nullptr && valid_side(side), "no key, or no such side");
+        require_finite(weight, "the weight is not a finite number");
+        key->side[side].weight = weight;
+    });
 }
 
 VX_API void EnvKeySetRawWeight(EnvKey *key, int side, double weight) {
@@ -423,7 +439,15 @@ VX_API void EnvKeySetRawWeight(EnvKey *key, int side, double weight) {
 VX_API void EnvKeySetRawTangents(Envelope *env, EnvKey *key, int side, double value,
                                  unsigned int slope_type, double slope, unsigned int weight_type,
                                  double weight, unsigned int key_flags) {
-    if (key == nullptr || !valid_side(side)) return;
+    const bool accepted = vx::guard(false, [&] {
+        require(key != nullptr && valid_side(side), "no key, or no such side");
+        require_finite(value, "the value is not a finite number");
+        require_finite(slope, "the slope is not a finite number");
+        require_finite(weight, "the weight is not a finite number");
+        require_slope_type(slope_type);
+        return true;
+    });
+    if (!accepted) return;
     auto write_shape = [&](EnvKeySide &s) {
         s.flags = (s.flags & ~(kSlopeTypeMask | ENV_WEIGHT_MANUAL)) |
                   (slope_type & kSlopeTypeMask) | (weight_type != 0 ? ENV_WEIGHT_MANUAL : 0u);

@@ -20,9 +20,9 @@ void set_interpolation(Envelope &env, std::uint32_t value);
 
 // Process-wide defaults.
 std::uint32_t default_behavior() noexcept;
-void set_default_behavior(std::uint32_t value) noexcept;
+void set_default_behavior(std::uint32_t value);  // raises rc::bad_argument for unknown codes
 std::uint32_t default_interpolation() noexcept;
-void set_default_interpolation(std::uint32_t value) noexcept;
+void set_default_interpolation(std::uint32_t value);
 std::uint32_t default_slope_type() noexcept;
 void set_default_slope_type(std::uint32_t type);  // undoable
 
@@ -54,7 +54,7 @@ bool set_active_side(Envelope &env, EnvKey *key, int side) noexcept;
 void invert_tangent(Envelope &env, EnvKey *key, int side);
 void quantise(Envelope &env, EnvKey *key);
 void cut_key(Envelope &env, EnvKey *key);
-void paste_key(Envelope &env, const EnvKey *key, double time);
+void paste_key(Envelope &env, EnvKey *key, double time);
 
 // Key reads.
 double value_of(const EnvKey *key) noexcept;   // the active value of a float key

@@ -1,10 +1,14 @@
 // Undoable edits of single keys.
 #include <cmath>
 #include <cstring>
+#include <mutex>
 #include <optional>
+#include <unordered_map>
 #include <utility>
 
+#include "curves/env_checks.h"
 #include "curves/env_edits.h"
+#include "curves/env_index.h"
 #include "curves/env_records.h"
 #include "foundation/edit_frame.h"
 #include "foundation/failure.h"
@@ -46,6 +50,7 @@ EnvKey *add_new_key(Envelope &env, double time, EnvValue value, bool integer) {
     // Every record is prepared before any is applied, so adding a key happens whole or not at
     // all.
     EditTransaction transaction;
+    reserve_index(env, key_count(env) + 1);
     EnvKey *key = new_key(time);
     OnFailure drop_key([&] { free_key(key); });
     Edit<KeyLink> insert(&env, key, true, false);
@@ -71,6 +76,8 @@ EnvKey *add_new_key(Envelope &env, double time, EnvValue value, bool integer) {
 
 EnvKey *add_key(Envelope &env, double time, double value) {
     if (env.type != kTypeFloat) return nullptr;
+    require_finite(time, "the time is not a finite number");
+    require_finite(value, "the value is not a finite number");
     EnvValue v{};
     v.f = value;
     if (EnvKey *existing = get_key(env, time)) {
@@ -82,6 +89,7 @@ EnvKey *add_key(Envelope &env, double time, double value) {
 
 EnvKey *add_key_int(Envelope &env, double time, int value) {
     if (env.type != kTypeInt) return nullptr;
+    require_finite(time, "the time is not a finite number");
     EnvValue v{};
     v.i = value;
     if (EnvKey *existing = get_key(env, time)) {
@@ -96,7 +104,7 @@ void delete_key(Envelope &env, EnvKey *key) {
     edit_apply<KeyLink>(0, &env, key, false, false);
 }
 
-void TimeMove::apply(int) noexcept {
+void TimeMove::apply(int direction) noexcept {
     const double old = key->time;
     double target = time;
     const double frame = frame_length();
@@ -133,11 +141,12 @@ void TimeMove::apply(int) noexcept {
     reset_cache(*env);
     ++env->edits;
     notify(*env, ENV_NOTE_TIME, key);
-    if (structural) UndoNewCode(0);
+    if (structural) UndoNewCode(direction == 0 ? 1 : 0);
 }
 
 void set_time(Envelope &env, EnvKey *key, double time, std::uint32_t reorder) {
     require_in_list(key);
+    require_finite(time, "the time is not a finite number");
     if (key->time == time) return;
     // The move is prepared before the key in its way is deleted, so that nothing can fail
     // once that deletion has been made.
@@ -150,6 +159,7 @@ void set_time(Envelope &env, EnvKey *key, double time, std::uint32_t reorder) {
 
 void set_value(Envelope &env, EnvKey *key, EnvValue value) {
     require_in_list(key);
+    if (env.type == kTypeFloat) require_finite(value.f, "the value is not a finite number");
     const int s =
         (key->flags & (ENV_BREAK_VALUE | ENV_ACTIVE_SIDE1)) == (ENV_BREAK_VALUE | ENV_ACTIVE_SIDE1)
             ? 1
@@ -171,18 +181,21 @@ int edited_side(const EnvKey *key, int side) {
 
 void set_side_value(Envelope &env, EnvKey *key, int side, EnvValue value) {
     const int s = edited_side(key, side);
+    if (env.type == kTypeFloat) require_finite(value.f, "the value is not a finite number");
     if (same_bits(key->side[s].value, value)) return;
     edit_apply<ValueSwap>(1, &env, key, s, false, value);
 }
 
 void set_slope(Envelope &env, EnvKey *key, int side, double slope) {
     const int s = edited_side(key, side);
+    require_finite(slope, "the slope is not a finite number");
     if (key->side[s].slope == slope) return;
     edit_apply<SideFieldSwap>(1, &env, key, s, SideFieldSwap::slope, slope, 0u);
 }
 
 void set_weight(Envelope &env, EnvKey *key, int side, double weight) {
     const int s = edited_side(key, side);
+    require_finite(weight, "the weight is not a finite number");
     if (key->side[s].weight == weight) return;
     edit_apply<SideFieldSwap>(1, &env, key, s, SideFieldSwap::weight, weight, 0u);
 }
@@ -197,7 +210,8 @@ void set_weight_type(Envelope &env, EnvKey *key, int side, bool manual) {
 void set_slope_type(Envelope &env, EnvKey *key, int side, std::uint32_t type) {
     require_in_list(key);
     require_side(side);
-    if (type > kSlopeTypeMask) return;
+    if (type > kSlopeTypeMask) return;  // ignored, as hosts have always relied on
+    require_slope_type(type);
     const int tested = reached_side(key, side);
     if ((key->side[tested].flags & kSlopeTypeMask & type) != 0) return;
     EditTransaction transaction;
@@ -299,23 +313,80 @@ void quantise(Envelope &env, EnvKey *key) {
     move.apply_then_record(0);
 }
 
-void cut_key(Envelope &env, EnvKey *key) {
-    require_in_list(key);
-    edit_pending<KeyLink>(1, &env, key, false, true);
+namespace {
+
+// A key may be held by several cut records at once (cut, undone, cut again before the first
+// record is dropped), so each record counts once.
+struct CutKeys {
+    std::mutex lock;
+    std::unordered_map<const EnvKey *, unsigned> held;
+};
+
+CutKeys &cut_keys() {
+    static CutKeys keys;
+    return keys;
 }
 
-void paste_key(Envelope &env, const EnvKey *key, double time) {
-    if (key == nullptr) fail(rc::bad_argument, "no key to paste");
+bool in_list(Envelope &env, const EnvKey *key) noexcept {
+    for (const EnvKey *k = first_key(env); k != nullptr; k = next_key(k)) {
+        if (k == key) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+void hold_cut_key(const EnvKey *key) {
+    CutKeys &keys = cut_keys();
+    std::lock_guard hold(keys.lock);
+    ++keys.held[key];
+}
+
+void drop_cut_key(const EnvKey *key) noexcept {
+    CutKeys &keys = cut_keys();
+    std::lock_guard hold(keys.lock);
+    auto it = keys.held.find(key);
+    if (it != keys.held.end() && --it->second == 0) keys.held.erase(it);
+}
+
+bool is_cut_key(const EnvKey *key) noexcept {
+    CutKeys &keys = cut_keys();
+    std::lock_guard hold(keys.lock);
+    return keys.held.contains(key);
+}
+
+void cut_key(Envelope &env, EnvKey *key) {
+    require_in_list(key);
     EditTransaction transaction;
-    EnvKey *copy = new_key(time);
-    OnFailure drop_copy([&] { free_key(copy); });
-    Edit<KeyLink> insert(&env, copy, true, true);
+    hold_cut_key(key);
+    OnFailure let_go([&] { drop_cut_key(key); });
+    Edit<KeyLink> cut(&env, key, false, true);
+    let_go.disarm();  // from here the record's release lets go, handed over or not
+    cut.hand_over(1);
+}
+
+// A free key (from EnvKeyCopy, or one the caller made some other way) is adopted: the
+// envelope owns it from the paste on. A key that a cut record keeps for undo, or that stands in
+// this envelope, is pasted as a copy, so that no key is ever owned twice.
+void paste_key(Envelope &env, EnvKey *key, double time) {
+    if (key == nullptr) fail(rc::bad_argument, "no key to paste");
+    require_finite(time, "the time is not a finite number");
+    EditTransaction transaction;
+    reserve_index(env, key_count(env) + 1);
+    const bool adopt = !is_cut_key(key) && !in_list(env, key);
+    EnvKey *pasted = key;
+    if (!adopt) pasted = new_key(time);
+    OnFailure drop_copy([&] {
+        if (!adopt) free_key(pasted);
+    });
+    Edit<KeyLink> insert(&env, pasted, true, true, !adopt);
     drop_copy.disarm();
-    *copy = *key;
-    copy->time = time;
-    copy->succ = copy->pred = nullptr;
+    if (!adopt) *pasted = *key;
     EnvKey *other = get_key(env, time);
     if (other != nullptr) delete_key(env, other);
+    pasted->time = time;
+    pasted->succ = pasted->pred = nullptr;
+    insert->owns_key = true;
     insert.hand_over(1);
 }
 

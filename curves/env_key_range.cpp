@@ -9,6 +9,7 @@
 #include <optional>
 #include <vector>
 
+#include "curves/env_checks.h"
 #include "curves/env_edits.h"
 #include "curves/env_range.h"
 #include "curves/env_records.h"
@@ -18,10 +19,6 @@
 namespace vx::env {
 
 namespace {
-
-void require_finite(double value, const char *what) {
-    if (!std::isfinite(value)) fail(rc::bad_argument, what);
-}
 
 void require_scale(double scale) {
     if (!std::isfinite(scale) || scale <= 0.0) fail(rc::bad_argument, "a scale must be above 0");

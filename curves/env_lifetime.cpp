@@ -2,6 +2,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "curves/env_checks.h"
 #include "curves/env_edits.h"
 #include "curves/env_index.h"
 #include "curves/env_records.h"
@@ -79,6 +80,7 @@ void copy(Envelope &dst, const Envelope &src) {
         log::fail_line("env", 2354, "copying envelopes of different types!", "");
     }
     EditTransaction transaction;
+    reserve_index(dst, key_count(src));
     Edit<ClearKeys> clear(&dst, true);
     Edit<CopyKeys> copies(&dst, src.pre_behavior, src.post_behavior, src.interpolation);
     for (EnvKey *key = first_key(src); key != nullptr; key = next_key(key)) {
@@ -90,23 +92,25 @@ void copy(Envelope &dst, const Envelope &src) {
     copies.apply_then_record(0);
 }
 
-void SettingSwap::apply(int) noexcept {
+void SettingSwap::apply(int direction) noexcept {
     log::debug("envelope", "EnvBehavior_UndoAction: %x\n", short_address(env));
     std::uint32_t &field = which == pre    ? env->pre_behavior
                            : which == post ? env->post_behavior
                                            : env->interpolation;
     std::swap(field, value);
     notify(*env, ENV_NOTE_ENVELOPE, first_key(*env));
-    UndoNewCode(0);
+    UndoNewCode(direction == 0 ? 1 : 0);
 }
 
 void set_behavior(Envelope &env, int end, std::uint32_t value) {
+    require_behavior(value);
     const std::uint32_t current = end == 0 ? env.pre_behavior : env.post_behavior;
     if (current == value) return;
     edit_pending<SettingSwap>(1, &env, end == 0 ? SettingSwap::pre : SettingSwap::post, value);
 }
 
 void set_interpolation(Envelope &env, std::uint32_t value) {
+    require_interpolation(value);
     if (env.interpolation == value) return;
     edit_pending<SettingSwap>(1, &env, SettingSwap::interpolation, value);
 }
@@ -114,13 +118,15 @@ void set_interpolation(Envelope &env, std::uint32_t value) {
 std::uint32_t default_behavior() noexcept {
     return g_default_behavior.load();
 }
-void set_default_behavior(std::uint32_t value) noexcept {
+void set_default_behavior(std::uint32_t value) {
+    require_behavior(value);
     g_default_behavior.store(value);
 }
 std::uint32_t default_interpolation() noexcept {
     return g_default_interpolation.load();
 }
-void set_default_interpolation(std::uint32_t value) noexcept {
+void set_default_interpolation(std::uint32_t value) {
+    require_interpolation(value);
     g_default_interpolation.store(value);
 }
 std::uint32_t default_slope_type() noexcept {
@@ -128,7 +134,7 @@ std::uint32_t default_slope_type() noexcept {
 }
 
 void set_default_slope_type(std::uint32_t type) {
-    if (type > kSlopeTypeMask) fail(rc::bad_argument, "slope types are 0 to 255");
+    require_slope_type(type);
     if (type == g_default_slope_type.load()) return;
     edit_pending<DefaultSlopeTypeSwap>(0, type);
 }

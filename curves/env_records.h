@@ -54,15 +54,23 @@ struct KeyChain {
     }
 };
 
+// Keys that a cut record keeps for undo, counted per record, so that a paste can tell a key it
+// may adopt from one it must copy (env_key_edits.cpp). Holding raises std::bad_alloc.
+void hold_cut_key(const EnvKey *key);
+void drop_cut_key(const EnvKey *key) noexcept;
+bool is_cut_key(const EnvKey *key) noexcept;
+
 // Inserts a key or removes it, by direction. `forward_inserts` says which one direction 1
 // is. The key is freed with the record when the record is dropped while the key is out.
-// `whole_note` adds the whole-envelope note of deletions, cuts and pastes (with the key for a
-// cut or paste, without it for a deletion).
+// `note_key` adds the whole-envelope note of cuts and pastes (with the key). A record made
+// with `owns_key` false (a paste of the caller's key, before it is handed over) leaves the key
+// alone when dropped; a cut record tells the cut-key count that it lets go of its key.
 struct KeyLink {
     Envelope *env;
     EnvKey *key;
     bool forward_inserts;
     bool note_key;  // cut and paste name the key in their whole-envelope note
+    bool owns_key = true;
 
     void apply(int direction) noexcept {
         if ((direction != 0) == forward_inserts) {
@@ -79,8 +87,9 @@ struct KeyLink {
         UndoNewCode(direction == 0 ? 1 : 0);
     }
     void release(int state) noexcept {
+        if (!forward_inserts && note_key) drop_cut_key(key);
         const bool key_out = (state == 0) != forward_inserts;
-        if (key_out) free_key(key);
+        if (key_out && owns_key) free_key(key);
     }
 };
 

@@ -1,6 +1,7 @@
 // The C interface of actions.
 #include <vexor/action.h>
 
+#include <cmath>
 #include <cstring>
 #include <utility>
 
@@ -35,6 +36,12 @@ int entry_edit(CineAction *action, CineItem *item, Body &&body) noexcept {
         body(*action, *item);
         return 1;
     });
+}
+
+// Values and times an action keeps must be numbers: a NaN or an infinity would reach every
+// evaluation and every saved file.
+void require_finite(double value) {
+    if (!std::isfinite(value)) vx::fail(vx::rc::bad_argument, "not a finite number");
 }
 
 // The value the action sees for a channel: an entry's constant, or the channel's default
@@ -264,10 +271,7 @@ VX_API int CineActionValueInt(CineAction *action, CineItem *item, unsigned int c
 
 VX_API void *CineActionValueCust(CineAction *action, CineItem *item, unsigned int channel) {
     const vx::value::Value *value = seen_value(action, item, channel);
-    if (value == nullptr || vx::value::kind_of(value->type()) != vx::value::Kind::object) {
-        return nullptr;
-    }
-    return value->get_object();
+    return value != nullptr ? const_cast<void *>(value->address()) : nullptr;
 }
 
 VX_API size_t CineActionValueExport(CineAction *action, CineItem *item, unsigned int channel,
@@ -304,6 +308,8 @@ VX_API int CineActionExtents(CineAction *action, double *first, double *last) {
 VX_API int CineActionSetValue(CineAction *action, CineItem *item, unsigned int channel,
                               double value, double time) {
     return entry_edit(action, item, [&](CineAction &a, CineItem &i) {
+        require_finite(value);
+        require_finite(time);
         vx::act::set_value(a, i, channel, value, false, time);
     });
 }
@@ -311,6 +317,7 @@ VX_API int CineActionSetValue(CineAction *action, CineItem *item, unsigned int c
 VX_API int CineActionSetValueInt(CineAction *action, CineItem *item, unsigned int channel,
                                  int value, double time) {
     return entry_edit(action, item, [&](CineAction &a, CineItem &i) {
+        require_finite(time);
         vx::act::set_value(a, i, channel, value, true, time);
     });
 }
@@ -318,6 +325,7 @@ VX_API int CineActionSetValueInt(CineAction *action, CineItem *item, unsigned in
 VX_API int CineActionSetConstant(CineAction *action, CineItem *item, unsigned int channel,
                                  double value) {
     return entry_edit(action, item, [&](CineAction &a, CineItem &i) {
+        require_finite(value);
         vx::act::set_constant(a, i, channel, vx::act::fill_float, &value);
     });
 }
@@ -341,6 +349,7 @@ VX_API int CineActionSetConstantMatrix(CineAction *action, CineItem *item, unsig
                                        const double *matrix) {
     if (matrix == nullptr) return 0;
     return entry_edit(action, item, [&](CineAction &a, CineItem &i) {
+        for (int k = 0; k < 16; ++k) require_finite(matrix[k]);
         vx::act::set_constant(a, i, channel, vx::act::fill_matrix, matrix);
     });
 }

@@ -13,6 +13,7 @@
 
 #include "curves/env_edits.h"
 #include "curves/env_persist.h"
+#include "curves/env_repair.h"
 #include "eval/action_records.h"
 #include "foundation/failure.h"
 #include "scene/scene.h"
@@ -34,9 +35,6 @@ constexpr std::uint32_t kEntry = 302;
 
 constexpr BlkBlockId kChunkBlocks[] = {{kAction, "action"}, {0, nullptr}};
 constexpr BlkBlockId kActionBlocks[] = {{kParent, "parent"}, {kEntry, "entry"}, {0, nullptr}};
-
-constexpr std::uint32_t kLastBehavior = ENV_BEHAVIOR_NONE;
-constexpr std::uint32_t kLastInterpolation = ENV_INTERP_STEPPED;
 
 // ---- Saving ----
 
@@ -154,6 +152,10 @@ void load_constant(LoadContext &context, CineAction &action, CineItem &item, std
     switch (kind) {
         case static_cast<std::uint32_t>(value::Kind::floating):
             number = fields.f64();
+            if (!std::isfinite(number)) {
+                context.repaired("a constant that is not a finite number:", desc.name.c_str());
+                return;  // the channel keeps its default
+            }
             fill = fill_float;
             source = &number;
             break;
@@ -169,6 +171,11 @@ void load_constant(LoadContext &context, CineAction &action, CineItem &item, std
             break;
         case static_cast<std::uint32_t>(value::Kind::matrix):
             for (double &element : matrix) element = fields.f64();
+            if (!std::all_of(std::begin(matrix), std::end(matrix),
+                             [](double e) { return std::isfinite(e); })) {
+                context.repaired("a matrix that is not finite:", desc.name.c_str());
+                return;
+            }
             fill = fill_matrix;
             source = matrix;
             break;
@@ -182,15 +189,21 @@ void load_constant(LoadContext &context, CineAction &action, CineItem &item, std
     set_constant(action, item, channel, fill, source);
 }
 
-// Keys must come in time order: evaluation relies on it, and the writer never does otherwise.
-bool keys_in_order(const Envelope &env) noexcept {
-    const EnvKey *key = env::first_key(env);
-    if (key != nullptr && std::isnan(key->time)) return false;
-    for (; key != nullptr; key = env::next_key(key)) {
-        const EnvKey *next = env::next_key(key);
-        if (next != nullptr && !(next->time >= key->time)) return false;
+// Reports each kind of mending an envelope needed.
+void report_repairs(LoadContext &context, unsigned repaired, const char *channel) {
+    static constexpr struct {
+        unsigned bit;
+        const char *what;
+    } kRepairs[] = {
+        {env::kRepairedSettings, "repaired an envelope behaviour or interpolation out of range:"},
+        {env::kRepairedKeyTimes, "dropped envelope keys without a time of their own:"},
+        {env::kRepairedOrder, "sorted envelope keys out of time order:"},
+        {env::kRepairedNumbers, "repaired envelope numbers that were not finite:"},
+        {env::kRepairedSlopeTypes, "repaired unknown slope types:"},
+    };
+    for (const auto &r : kRepairs) {
+        if ((repaired & r.bit) != 0) context.repaired(r.what, channel);
     }
-    return true;
 }
 
 void load_envelope(LoadContext &context, CineAction &action, CineItem &item, std::uint32_t channel,
@@ -199,8 +212,9 @@ void load_envelope(LoadContext &context, CineAction &action, CineItem &item, std
     const std::uint32_t type = fields.u32();
     const std::uint32_t interpolation = fields.u32();
     const std::uint32_t post = fields.u32();
-    if (type > env::kTypeInt || interpolation > kLastInterpolation || post > kLastBehavior) {
-        cine::io::corrupt("an envelope setting out of range");
+    if (type > env::kTypeInt) {
+        context.repaired("dropped an envelope of an unknown type:", desc.name.c_str());
+        return;
     }
     const value::Kind wanted = type == env::kTypeInt ? value::Kind::integer : value::Kind::floating;
     if (value::kind_of(*desc.value_type) != wanted) {
@@ -210,10 +224,9 @@ void load_envelope(LoadContext &context, CineAction &action, CineItem &item, std
     Envelope *env = env::create(nullptr, type);
     OnFailure drop([&] { env::destroy_no_undo(env); });
     if (!env::load(*env, reader)) cine::io::corrupt("a damaged envelope");
-    if (!keys_in_order(*env)) cine::io::corrupt("envelope keys out of time order");
-    if (env->pre_behavior > kLastBehavior) cine::io::corrupt("an envelope behaviour out of range");
     env->interpolation = interpolation;
     env->post_behavior = post;
+    report_repairs(context, env::repair(*env), desc.name.c_str());
     set_envelope(action, item, channel, env);
 }
 

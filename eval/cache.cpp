@@ -1,11 +1,13 @@
 // Cache storage: records by slot table or map, storing, re-timing and invalidation.
 #include "eval/cache.h"
 
+#include <cmath>
 #include <mutex>
 #include <new>
 
 #include "curves/env_evaluate.h"
 #include "foundation/failure.h"
+#include "foundation/time.h"
 #include "scene/scene.h"
 
 namespace vx::eval {
@@ -119,7 +121,7 @@ bool Cache::refresh(ValueRecord &rec) noexcept {
 }
 
 void Cache::retime(double time) {
-    if (time == time_ && current(time_record_)) return;
+    if (std::fabs(time - time_) < kTimeSameTolerance && current(time_record_)) return;
     time_ = time;
     ++epoch_;  // every value that depends on the time is out of date
     time_record_.number = time;

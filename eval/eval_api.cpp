@@ -26,9 +26,18 @@ const void *object_pointer(const vx::value::Value &value) {
 }
 
 // A read that fails inside a baking bracket makes the bracket's result 0.
+// An evaluator whose scene has been destroyed is inert: every call fails (answers its failure
+// result with rc::refused) until CineEvalDestroy frees it.
+bool inert(const CineEval *eval) noexcept {
+    if (eval == nullptr) return true;
+    if (eval->data != nullptr) return false;
+    vx::guard([] { vx::fail(vx::rc::refused, "the evaluator's scene is gone"); });
+    return true;
+}
+
 template <class Result, class Body>
 Result read(CineEval *eval, Result failed, Body &&body) {
-    if (eval == nullptr) return failed;
+    if (inert(eval)) return failed;
     bool ok = false;
     Result result = vx::guard(failed, [&] {
         Result value = body(*eval);
@@ -67,11 +76,11 @@ VX_API void CineEvalDestroy(CineEval *eval) {
 }
 
 VX_API Cinema *CineEvalContext(CineEval *eval) {
-    return eval != nullptr ? &eval->data->scene : nullptr;
+    return !inert(eval) ? &eval->data->scene : nullptr;
 }
 
 VX_API void CineEvalSetAction(CineEval *eval, CineAction *action) {
-    if (eval == nullptr) return;
+    if (inert(eval)) return;
     vx::guard([&] { set_action(*eval, action); });
 }
 
@@ -80,7 +89,7 @@ VX_API CineAction *CineEvalAction(CineEval *eval) {
 }
 
 VX_API void CineEvalSetTime(CineEval *eval, double time) {
-    if (eval == nullptr) return;
+    if (inert(eval)) return;
     vx::guard([&] { set_time(*eval, time); });
 }
 
@@ -114,19 +123,19 @@ VX_API const void *CineEvalChannelVal(CineEval *eval, CineItem *item, unsigned i
 }
 
 VX_API Envelope *CineEvalRawChannelEnv(CineEval *eval, CineItem *item, unsigned int channel) {
-    if (eval == nullptr || item == nullptr) return nullptr;
+    if (inert(eval) || item == nullptr) return nullptr;
     const vx::act::ValueSource source = vx::act::find_value(eval->action, *item, channel);
     return const_cast<Envelope *>(source.envelope);
 }
 
 VX_API const void *CineEvalRawChannelVal(CineEval *eval, CineItem *item, unsigned int channel) {
-    if (eval == nullptr || item == nullptr) return nullptr;
+    if (inert(eval) || item == nullptr) return nullptr;
     const vx::cine::ChannelDesc *desc = vx::cine::item_channel(*item, channel);
     if (desc == nullptr) return nullptr;
     const vx::act::ValueSource source = vx::act::find_value(eval->action, *item, channel);
     const vx::value::Value &value =
         source.constant != nullptr ? *source.constant : desc->default_value;
-    return vx::guard(static_cast<const void *>(nullptr), [&] { return object_pointer(value); });
+    return value.address();
 }
 
 VX_API int CinemaEvaluate(CineEval *eval) {
@@ -138,12 +147,12 @@ VX_API int CinemaEvaluate(CineEval *eval) {
 }
 
 VX_API void CineEvalBeginBake(CineEval *eval, double time) {
-    if (eval == nullptr) return;
+    if (inert(eval)) return;
     vx::guard([&] { begin_bake(*eval, time); });
 }
 
 VX_API int CineEvalEndBake(CineEval *eval) {
-    if (eval == nullptr) return 0;
+    if (inert(eval)) return 0;
     return vx::guard(0, [&] { return end_bake(*eval); });
 }
 

@@ -74,7 +74,44 @@ std::atomic_ref<void *> slot(Cinema &scene) noexcept {
 
 std::mutex making;
 
+// Evaluators that outlived their scene, linked through their own records.
+struct Orphans {
+    std::mutex lock;
+    CineEval *first = nullptr;
+};
+
+Orphans &orphans() {
+    static Orphans list;
+    return list;
+}
+
+void adopt_orphan(CineEval &eval) noexcept {
+    Orphans &o = orphans();
+    std::lock_guard hold(o.lock);
+    eval.orphan_prev = nullptr;
+    eval.orphan_next = o.first;
+    if (o.first != nullptr) o.first->orphan_prev = &eval;
+    o.first = &eval;
+}
+
 }  // namespace
+
+void forget_orphan(CineEval &eval) noexcept {
+    Orphans &o = orphans();
+    std::lock_guard hold(o.lock);
+    (eval.orphan_prev != nullptr ? eval.orphan_prev->orphan_next : o.first) = eval.orphan_next;
+    if (eval.orphan_next != nullptr) eval.orphan_next->orphan_prev = eval.orphan_prev;
+    eval.orphan_prev = eval.orphan_next = nullptr;
+}
+
+void free_orphan_evaluators() noexcept {
+    Orphans &o = orphans();
+    std::lock_guard hold(o.lock);
+    while (CineEval *eval = o.first) {
+        o.first = eval->orphan_next;
+        delete eval;
+    }
+}
 
 EvalData &eval_data(Cinema &scene) {
     if (void *made = slot(scene).load(std::memory_order_acquire))
@@ -106,7 +143,15 @@ void destroy_eval_data(Cinema &scene) noexcept {
     if (data == nullptr) return;
     if (data->listener != 0 && scene.port != nullptr) vx::PortDetach(scene.port, data->listener);
     if (data->watching) host::unwatch(CINE_MODIFIER_CLASS, hear_modifier, data);
-    for (CineEval *eval : data->evaluators) delete eval;
+    // Hosts may still hold evaluators: they outlive the scene, inert, until CineEvalDestroy.
+    for (CineEval *eval : data->evaluators) {
+        eval->data = nullptr;
+        eval->action = nullptr;
+        eval->cache = nullptr;
+        eval->baking = false;
+        eval->baked.clear();
+        adopt_orphan(*eval);
+    }
     for (Cache *cache : data->caches) delete cache;
     destroy_modifiers(*data);
     delete data;

@@ -34,6 +34,10 @@ struct CineEval {
     double time_before_bake = 0.0;
     std::vector<vx::eval::ChannelKey> baked;
     int last_result = 1;
+    // An inert evaluator (its scene destroyed, data null) waits in the orphan list until the
+    // host destroys it or the scene module stops.
+    CineEval *orphan_prev = nullptr;
+    CineEval *orphan_next = nullptr;
 };
 
 namespace vx::eval {
@@ -59,6 +63,11 @@ EvalData *find_eval_data(Cinema &scene) noexcept;
 // Destroys the scene's evaluation data with its caches, modifier nodes and evaluators. Called
 // when the scene is destroyed, before its actions go.
 void destroy_eval_data(Cinema &scene) noexcept;
+// Frees the evaluators whose scenes are gone and that no host destroyed. Called when the scene
+// module stops; their handles are void from then on.
+void free_orphan_evaluators() noexcept;
+// Unlinks an inert evaluator from the orphan list (before CineEvalDestroy frees it).
+void forget_orphan(CineEval &eval) noexcept;
 // Forgets everything kept about an item that is leaving its scene for good.
 void forget_item(CineItem &item) noexcept;
 

@@ -62,6 +62,7 @@ extern "C" VX_API void *CineEvalGetDriver(CineEval *eval) {
     using namespace vx::eval;
     if (eval == nullptr) return nullptr;
     return vx::guard(static_cast<void *>(nullptr), [&] {
+        if (eval->data == nullptr) vx::fail(vx::rc::refused, "the evaluator's scene is gone");
         vx::com::Class &cls = driver_class();
         vx::com::Ref object(vx::com::allocate(cls));
         evaluate(*eval);

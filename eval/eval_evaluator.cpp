@@ -10,6 +10,7 @@
 #include "eval/eval_data.h"
 #include "foundation/failure.h"
 #include "foundation/log.h"
+#include "foundation/time.h"
 #include "scene/scene.h"
 
 namespace vx::eval {
@@ -76,7 +77,8 @@ Cache &attach_locked(CineEval &eval) {
         return *eval.cache;
     }
     for (Cache *cache : data.caches) {
-        if (!cache->is_private() && cache->action() == eval.action && cache->time() == eval.time) {
+        if (!cache->is_private() && cache->action() == eval.action &&
+            std::fabs(cache->time() - eval.time) < kTimeSameTolerance) {
             attach(eval, *cache);
             cache->retime(eval.time);
             return *cache;
@@ -135,6 +137,11 @@ CineEval *make_evaluator(Cinema &scene, std::uint32_t mode) {
 
 void destroy_evaluator(CineEval *eval) noexcept {
     if (eval == nullptr) return;
+    if (eval->data == nullptr) {  // its scene is gone: nothing is left to detach from
+        forget_orphan(*eval);
+        delete eval;
+        return;
+    }
     EvalData &data = *eval->data;
     {
         std::lock_guard lock(data.lock);
@@ -173,7 +180,10 @@ void set_action(CineEval &eval, CineAction *action) {
 }
 
 void set_time(CineEval &eval, double time) {
-    if (time == eval.time) return;
+    if (!std::isfinite(time)) fail(rc::bad_argument, "the time is not a finite number");
+    // Times closer than the tolerance are one time: the evaluator stays where it is, and so do
+    // its cached values.
+    if (std::fabs(time - eval.time) < kTimeSameTolerance) return;
     eval.time = time;
     if (eval.mode != 0) {
         if (eval.cache != nullptr) eval.cache->retime(time);

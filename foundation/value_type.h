@@ -66,6 +66,23 @@ class Value {
     // fit and always terminated. Returns the length of the whole text.
     std::size_t export_text(char *buffer, std::size_t size) const noexcept;
 
+    // Where C code reads the value in place: the number as a double for floating and integer
+    // values, the terminated text, the 16 doubles of a matrix, or the object itself.
+    const void *address() const noexcept {
+        switch (kind_of(*type_)) {
+            case Kind::floating:
+            case Kind::integer:
+                return &number_;
+            case Kind::text:
+                return text_.c_str();
+            case Kind::matrix:
+                return matrix_.data();
+            case Kind::object:
+                return object_;
+        }
+        return nullptr;
+    }
+
   private:
     const ValueType *type_;
     double number_ = 0.0;  // floating and integer kinds

@@ -65,13 +65,14 @@ bool vmap_define_type(std::uint32_t code, const char *name, std::uint32_t dimens
     Registry &r = registry();
     std::lock_guard<std::mutex> hold(r.lock);
     const unsigned count = r.count.load(std::memory_order_relaxed);
+    // A definition the registry already holds word for word is a module starting again;
+    // anything else is appended, and lookups by code or name answer the first definition.
     for (unsigned i = 0; i < count; ++i) {
         const VMapTypeRecord *type = r.types[i];
-        if (type->code == code) {
-            return std::strcmp(type->name, name) == 0 && type->dimension == dimension &&
-                   type->flags == flags;
+        if (type->code == code && std::strcmp(type->name, name) == 0 &&
+            type->dimension == dimension && type->flags == flags) {
+            return true;
         }
-        if (std::strcmp(type->name, name) == 0) return false;
     }
     if (count == kMaxTypes) return false;
 

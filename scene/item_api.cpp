@@ -25,6 +25,14 @@ VX_API CineItem *CineItemCreate(Cinema *scene, uint32_t type) {
     });
 }
 
+VX_API int CineItemDelete(CineItem *item) {
+    if (item == nullptr || !item->in_scene) return 0;
+    return vx::guard(0, [&] {
+        delete_item(*item);
+        return 1;
+    });
+}
+
 VX_API Cinema *CineItemContext(const CineItem *item) {
     return item != nullptr ? item->scene : nullptr;
 }

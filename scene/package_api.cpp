@@ -63,7 +63,8 @@ int allowed(std::uint32_t code, const char *tag) noexcept {
     return value != nullptr && std::strcmp(value, "-") == 0 ? 0 : 1;
 }
 
-// The cache of types that carry a tag. Only the mask tag is kept.
+// The cache of types that carry a tag, built once so that the array handed out stays put. Only
+// the mask tag is kept.
 const std::uint32_t *validate_tag_types(const char *tag) {
     if (tag == nullptr || std::strcmp(tag, "isMaskItem") != 0) {
         VX_FAIL_LINE("Cine_ValidateTagTypes() unsupported tag:", tag);
@@ -135,7 +136,9 @@ VX_API int CinePackageAddChannelDesc(const char *name, const CineChannelDesc *ta
                     CINE_CH_NAME, static_cast<const char *>(nullptr));
             } else {
                 if (rec.texture != 0xFFFFFFFFu) {
-                    VX_FAIL_LINE("old-style texture channel definition:", rec.name);
+                    // Hosts filter these lines by the item module's source name.
+                    vx::log::fail_line("item", __LINE__,
+                                       "old-style texture channel definition:", rec.name);
                 }
                 ok = CinePackageAddChannel(def.name.c_str(), CINE_CH_NAME, rec.name, rec.type,
                                            static_cast<const char *>(nullptr), CINE_CH_USAGE,
@@ -307,7 +310,6 @@ VX_API int CineTypeMaySupportIfc(uint32_t type, const char *guid) {
 
 VX_API int CineTypeAddTag(uint32_t type, const char *tag, const char *value) {
     return vx::guard(0, [&] {
-        Registry &r = registry();
         HostServer *server = nullptr;
         if (CinePackage *pkg = type_of(type)) {
             server = pkg->server;
@@ -322,7 +324,6 @@ VX_API int CineTypeAddTag(uint32_t type, const char *tag, const char *value) {
         }
         if (server == nullptr) vx::fail(vx::rc::not_found, "no package has that type code");
         vx::host::add_tag(server, tag, value);
-        r.masks_built = false;
         return 1;
     });
 }

@@ -139,15 +139,25 @@ std::uint32_t set_default(const char *name, const char *channel, const double *v
     }
     if (count == 0) return 0;
     if (first + count > def.channels.size()) fail(rc::bad_argument, "the vector is cut short");
-    // Converted first and stored after, so a value the type refuses changes nothing.
+    // A package already instantiated has its own copy of the descriptions (the definition's come
+    // first in it), which items and every read that falls back to the default use: it changes
+    // too. Converted first and stored after, so a value the type refuses changes nothing.
+    CinePackage *pkg = find_package(def.name.c_str());
+    ChannelList *made = pkg != nullptr && pkg->instantiated && pkg->channels.size() >= first + count
+                            ? &pkg->channels
+                            : nullptr;
     std::vector<value::Value> converted;
-    converted.reserve(count);
+    converted.reserve(made != nullptr ? 2 * count : count);
     for (std::uint32_t i = 0; i < count; ++i) {
         converted.push_back(def.channels[first + i].default_value);
         converted.back().set_float(values[i]);
     }
+    if (made != nullptr) {
+        for (std::uint32_t i = 0; i < count; ++i) converted.push_back(converted[i]);
+    }
     for (std::uint32_t i = 0; i < count; ++i) {
         def.channels[first + i].default_value = std::move(converted[i]);
+        if (made != nullptr) (*made)[first + i].default_value = std::move(converted[count + i]);
     }
     return count;
 }

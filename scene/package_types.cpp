@@ -221,7 +221,6 @@ void build_list(CineTypeList &list) {
 
 void types_changed() noexcept {
     Registry &r = registry();
-    r.masks_built = false;
     for (CineTypeList *list : r.lists) {
         list->built = false;
         list->array.clear();

@@ -202,6 +202,9 @@ void set_action_scene_query(ActionSceneFn fn) noexcept;
 
 // Makes an item of a type (undoable). Raises rc::not_found for an unknown type.
 CineItem &create_item(Cinema &scene, std::uint32_t type);
+// Takes the item out of its scene (undoable) with its links in every graph. Raises rc::refused
+// for an item that is not in its scene.
+void delete_item(CineItem &item);
 // Frees an item record that is not in its scene, or whose scene is being destroyed (then
 // scene_alive is false). The scene client hears of it when tell_client is set.
 void free_item(CineItem *item, bool scene_alive, bool tell_client) noexcept;

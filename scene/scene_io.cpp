@@ -161,6 +161,16 @@ void LoadContext::lost(const char *what, const char *name) const {
     VX_FAIL_LINE(what, name);
 }
 
+void LoadContext::repaired(const char *what, const char *name) const {
+    if (strict_) {
+        char text[160];
+        std::snprintf(text, sizeof text, "the scene file holds a value out of range: %s %s", what,
+                      name != nullptr ? name : "");
+        fail(rc::failed, text);
+    }
+    VX_FAIL_LINE(what, name);
+}
+
 // ---- Clients ----
 
 namespace {

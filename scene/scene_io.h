@@ -108,6 +108,9 @@ class LoadContext {
     // Something in the file this session cannot take: fails in strict mode (rc::not_found),
     // else logs it and returns so the caller can drop it.
     void lost(const char *what, const char *name) const;
+    // A field the loader has mended (set to its default): fails in strict mode (rc::failed,
+    // a damaged file), else logs it so the rest of the scene loads.
+    void repaired(const char *what, const char *name) const;
 
     // For the scene chunk itself.
     void add_package(CinePackage *pkg) { packages_.push_back(pkg); }

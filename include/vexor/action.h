@@ -169,8 +169,12 @@ VX_API Envelope *CineActionValueEnv(CineAction *action, CineItem *item, unsigned
 /* 1 when the value the action sees comes from an envelope. */
 VX_API int CineActionIsAnimated(CineAction *action, CineItem *item, unsigned int channel);
 /* The constant value the action sees, or the channel's default when no entry supplies one or
- * the entry is an envelope, read as a number or as an object; null action: the default. The
- * object form gives the object of an object channel, null for other kinds. */
+ * the entry is an envelope, read as a number or as a value object; null action: the default.
+ * The value object answers for every kind of channel: a pointer to the value as a double for
+ * floating and integer channels, the terminated text of a text channel, the 16 doubles of a
+ * matrix channel, the object of an object channel. It is owned by the action or the package and
+ * is read-only; it stays valid until the entry or the default changes. Null only for a channel
+ * the item does not have. */
 VX_API double CineActionValueFloat(CineAction *action, CineItem *item, unsigned int channel);
 VX_API int CineActionValueInt(CineAction *action, CineItem *item, unsigned int channel);
 VX_API void *CineActionValueCust(CineAction *action, CineItem *item, unsigned int channel);

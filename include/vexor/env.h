@@ -212,7 +212,15 @@ VX_API int EnvKeySetActiveValue(Envelope *env, EnvKey *key, int side);
 VX_API int EnvKeyTangentInvert(Envelope *env, EnvKey *key, int side);
 /* Rounds the key's time to the nearest frame of TimeGlobalFPS(). */
 VX_API int EnvKeyQuantise(Envelope *env, EnvKey *key);
-/* Cut unlinks a key (kept alive by the edit); paste puts a cut key back at a time. */
+/* Cut unlinks a key; the cut's undo record keeps it alive (and frees it when the undo system
+ * drops the cut in effect). Paste first deletes a key standing at the time, then inserts the
+ * key it is given at that time, and the envelope owns it from then on: a key from EnvKeyCopy
+ * (or any key no envelope or edit holds) is the very key found in the list, named in the notes
+ * and freed with the envelope; the caller must not free it after a successful paste. Two keys
+ * are pasted as a copy instead, so that no key is ever owned twice: a key that a cut still
+ * keeps for undo (pasting what was cut), and a key of this same envelope. A key held by another
+ * envelope must not be pasted; copy it first. On failure (0) nothing changes and the key stays
+ * the caller's. Both are undoable. */
 VX_API int EnvKeyCut(Envelope *env, EnvKey *key);
 VX_API int EnvKeyPaste(Envelope *env, EnvKey *key, double time);
 /* A free-standing copy of a key (not an edit); release it with EnvKeyFree. */

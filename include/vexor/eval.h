@@ -34,10 +34,16 @@ typedef struct CineModNode CineModNode;
 
 /* Makes a shared evaluator (mode 0) on the scene; CineEvalCreateSpecial makes one of the
  * given mode, mode 1 being the same as 0. No action is set, the time is 0. Null for a null
- * scene or no memory. The caller destroys it with CineEvalDestroy, or the scene does. */
+ * scene or no memory. The caller destroys it with CineEvalDestroy, also after the scene is gone:
+ * destroying a scene leaves its evaluators inert (their caches go with the scene), and every
+ * call on an inert evaluator fails (its failure result, VxLastFailure VX_E_REFUSED) without
+ * touching the scene; CineEvalAction answers null. Evaluators no host destroyed are freed by
+ * CinemaShutdown, which makes every evaluator handle void. Drivers (CineEvalGetDriver) are not kept
+ * alive this way: release them before destroying the scene. */
 VX_API CineEval *CineEvalCreate(Cinema *scene);
 VX_API CineEval *CineEvalCreateSpecial(Cinema *scene, unsigned int mode);
-/* Destroys an evaluator; a private one takes its cache with it. Null is ignored. */
+/* Destroys an evaluator, live or inert; a private one takes its cache with it. Null is
+ * ignored. */
 VX_API void CineEvalDestroy(CineEval *eval);
 VX_API Cinema *CineEvalContext(CineEval *eval);
 
@@ -45,7 +51,8 @@ VX_API Cinema *CineEvalContext(CineEval *eval);
  * changes and VxLastFailure reports VX_E_BADARG. */
 VX_API void CineEvalSetAction(CineEval *eval, CineAction *action);
 VX_API CineAction *CineEvalAction(CineEval *eval);
-/* Sets the time (seconds). */
+/* Sets the time (seconds). A time within 0.0001 of the current one is the same time: nothing
+ * changes and the cached values stay. A time that is not finite is refused (VX_E_BADARG). */
 VX_API void CineEvalSetTime(CineEval *eval, double time);
 VX_API double CineEvalTime(CineEval *eval);
 /* Kept for hosts that call it; it has no effect. */
@@ -64,9 +71,9 @@ VX_API int CineEvalChannelInt(CineEval *eval, CineItem *item, unsigned int chann
 VX_API const void *CineEvalChannelVal(CineEval *eval, CineItem *item, unsigned int channel);
 
 /* What the evaluator's action holds for a channel, ignoring modifiers and caches: the envelope
- * that governs it (or null), and its constant value (the default when no action holds it) for
- * matrix and object channels in the form of CineEvalChannelVal, null for the other kinds. Both
- * are owned by the action or the package. */
+ * that governs it (or null), and its constant value as a value object (the source item's, or
+ * the package default, when no action holds it) in the form of CineActionValueCust, for every
+ * kind of channel. Both are owned by the action or the package and are read-only. */
 VX_API Envelope *CineEvalRawChannelEnv(CineEval *eval, CineItem *item, unsigned int channel);
 VX_API const void *CineEvalRawChannelVal(CineEval *eval, CineItem *item, unsigned int channel);
 

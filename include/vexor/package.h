@@ -201,7 +201,10 @@ VX_API int CineTypeAddTag(uint32_t type, const char *tag, const char *value);
  * ancestor that has it. Null when absent or for codes below 1. */
 VX_API const char *CineTypeGetTag(uint32_t type, const char *tag, int inherit);
 VX_API int CineTypeIsMask(uint32_t type);
-/* The types whose own package carries "isMaskItem", 0-terminated and in ascending order. */
+/* The types whose own package carries "isMaskItem", 0-terminated and in ascending order. The
+ * array is built once, on the first call (every package known then is resolved first), and the
+ * pointer stays valid until CinemaShutdown; types or tags added later do not change it (ask
+ * CineTypeIsMask about those). Null only when the array cannot be made. */
 VX_API const uint32_t *CineMaskTypes(void);
 /* Writes the codes of the types whose own package carries the tag, up to capacity of them,
  * in ascending order; returns how many types carry it. */

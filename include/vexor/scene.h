@@ -124,6 +124,12 @@ VX_API const char *CinemaGraphName(const LinkGraph *graph);
 /* Makes an item of a type (undoable). Null when the type is unknown or a package of its
  * chain cannot be made, or on failure. */
 VX_API CineItem *CineItemCreate(Cinema *scene, uint32_t type);
+/* Takes the item out of its scene (undoable; undo puts it back as it was): its links in every
+ * graph of the scene (parent, children, source, memberships) go with it. Its values in actions
+ * stay with the item, unread while it is out, and are freed with it once the undo history
+ * drops it. The record stays valid while the undo history can bring it back.
+ * Returns 1, or 0 for an item not in its scene or on failure. */
+VX_API int CineItemDelete(CineItem *item);
 VX_API Cinema *CineItemContext(const CineItem *item);
 VX_API uint32_t CineItemType(const CineItem *item);
 /* 1 when the item's type is the type or one of its descendants. */

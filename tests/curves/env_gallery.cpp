@@ -49,6 +49,12 @@ void break_value(Envelope *env, int i, double out, bool side1_active) {
 }
 
 void set_behaviors(Envelope *env, unsigned pre, unsigned post, unsigned interpolation) {
+    // Setters refuse unknown behaviour codes; an envelope block read from a damaged stream can
+    // still hold one, so evaluation must cope, and the gallery writes such codes in directly.
+    if (pre > ENV_BEHAVIOR_NONE || post > ENV_BEHAVIOR_NONE) {
+        env->pre_behavior = pre;
+        env->post_behavior = post;
+    }
     EnvSetPreBehavior(env, pre);
     EnvSetPostBehavior(env, post);
     EnvSetInterpolation(env, interpolation);

@@ -338,8 +338,12 @@ TEST_F(EnvKeys, RawWritesForLoaders) {
     EXPECT_EQ(EnvKeySetUserFlag(key, 0x100), 1);
     EXPECT_EQ(EnvKeySetUserFlag(key, 0x100), 0);
     EXPECT_EQ(EnvKeyGetUserFlag(key, 0x100), 1);
-    EXPECT_EQ(EnvKeyClearUserFlag(key, 0x300), 1);
-    EXPECT_EQ(EnvKeyClearUserFlag(key, 0x300), 0);
+    EXPECT_EQ(EnvKeyClearUserFlag(key, 0x400), 0) << "none of the asked bits is set";
+    EXPECT_EQ(EnvKeyClearUserFlag(key, 0x300), 1) << "toggles the asked bits";
+    EXPECT_EQ(key->flags & 0x300u, 0x200u);
+    EXPECT_EQ(EnvKeyTangentSetUserFlag(key, 0, 0x10000), 1);
+    EXPECT_EQ(EnvKeyTangentClearUserFlag(key, 0, 0x30000), 1);
+    EXPECT_EQ(key->side[0].flags & 0x30000u, 0x20000u);
     EXPECT_EQ(EnvKeyTangentSetUserFlag(key, 1, 0x10000), 1) << "broken by its slope bit";
     EXPECT_EQ(EnvKeyTangentGetUserFlag(key, 1, 0x10000), 1u);
 }

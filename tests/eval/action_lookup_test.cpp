@@ -134,7 +134,13 @@ TEST_F(ActionLookup, ValuesOfEveryKindConvertToTheChannel) {
     int object = 0;
     ASSERT_EQ(CineActionSetConstantObject(edit(), a, kObject, &object), 1);
     EXPECT_EQ(CineActionValueCust(edit(), a, kObject), &object);
-    EXPECT_EQ(CineActionValueCust(edit(), a, kX), nullptr);
+    // Every kind answers a value object: numbers as a double, text in place.
+    ASSERT_NE(CineActionValueCust(edit(), a, kX), nullptr);
+    EXPECT_EQ(*static_cast<const double *>(CineActionValueCust(edit(), a, kX)), 0.25);
+    EXPECT_STREQ(static_cast<const char *>(CineActionValueCust(edit(), a, kLabel)), "42");
+    EXPECT_EQ(*static_cast<const double *>(CineActionValueCust(edit(), a, kCount)),
+              CineActionValueInt(edit(), a, kCount));
+    EXPECT_EQ(static_cast<const double *>(CineActionValueCust(edit(), a, kMatrix))[3], 5.0);
     EXPECT_EQ(CineActionSetConstantObject(edit(), a, kX, &object), 0);
     EXPECT_EQ(CineActionSetConstant(edit(), a, 99, 1.0), 0) << "no such channel";
     EXPECT_EQ(CineActionSetState(edit(), a, kLabel, CINE_STATE_ENVELOPE, nullptr), 0);

@@ -5,7 +5,9 @@
 #include <string>
 #include <vector>
 
+#include <vexor/failure.h>
 #include <vexor/log.h>
+#include <vexor/scene_io.h>
 #include <vexor/undo.h>
 
 #include "fuzz/scene_load_check.h"
@@ -22,11 +24,10 @@ class SceneLoadCorpus : public ::testing::Test {
     void SetUp() override {
         VxLogSetSink(quiet_sink, nullptr);
         UndoSysStartup();
-        CinemaStartup();
-        fuzz::define_scene_packages();
+        fuzz::start_session();
     }
     void TearDown() override {
-        CinemaShutdown();
+        fuzz::stop_session();
         UndoSysShutdown();
         VxLogSetSink(nullptr, nullptr);
     }
@@ -42,6 +43,24 @@ TEST_F(SceneLoadCorpus, ValidSeedsLoadAndCorruptSeedsAreRefused) {
         CinemaDestroy(scene);
         return scene != nullptr;
     });
+}
+
+// Seeds named "repaired_..." hold fields out of range: the rest of the scene loads, with the
+// fields mended and reported; a strict load refuses them as damaged.
+TEST_F(SceneLoadCorpus, RepairedSeedsLoadUnlessStrict) {
+    int seen = 0;
+    for (const Seed &seed : fuzz_corpus("scene_load")) {
+        if (seed.name.rfind("repaired_", 0) != 0) continue;
+        ++seen;
+        Cinema *scene = fuzz::load_from_memory(seed.bytes.data(), seed.bytes.size(), 0);
+        EXPECT_NE(scene, nullptr) << seed.name;
+        CinemaDestroy(scene);
+        EXPECT_EQ(fuzz::load_from_memory(seed.bytes.data(), seed.bytes.size(), CINEMA_LOAD_STRICT),
+                  nullptr)
+            << seed.name;
+        EXPECT_EQ(VxLastFailure().code, VX_E_FAILED) << seed.name;
+    }
+    EXPECT_GE(seen, 2);
 }
 
 }  // namespace

@@ -69,16 +69,24 @@ TEST_F(VMapTypes, DefinedTypesAreAppendedAndSurviveARestart) {
     const unsigned after = VMapTypeCount();
     EXPECT_TRUE(after == before + 1 || VMapTypeByIndex(before - 1) == xfrm);
     EXPECT_EQ(VMapTypeDimension(xfrm), 9u);
-    // The same definition again is accepted; a different one for a taken code or name is not.
+    // The same definition again is a module starting again: nothing is added. A different one
+    // for a taken code or name is appended, and lookups answer the first of the code or name.
     EXPECT_EQ(VMapDefineType(xfrm, "transform", 9, 0x8), 1);
-    EXPECT_EQ(VMapDefineType(xfrm, "transform", 3, 0x8), 0);
-    EXPECT_EQ(VMapDefineType(code("XFR2"), "transform", 9, 0x8), 0);
-    EXPECT_EQ(VMapDefineType(code("XFR3"), "", 1, 0), 0);
     EXPECT_EQ(VMapTypeCount(), after);
+    EXPECT_EQ(VMapDefineType(xfrm, "transform2", 3, 0x8), 1);
+    EXPECT_EQ(VMapDefineType(code("XFR2"), "transform", 4, 0x8), 1);
+    EXPECT_EQ(VMapTypeCount(), after + 2);
+    EXPECT_EQ(VMapTypeByIndex(after + 1), code("XFR2"));
+    EXPECT_EQ(VMapTypeDimension(xfrm), 9u);
+    EXPECT_EQ(VMapTypeByName("transform"), xfrm);
+    EXPECT_EQ(VMapTypeByName("transform2"), xfrm);
+    EXPECT_STREQ(VMapTypeName(xfrm), "transform");
+    EXPECT_EQ(VMapDefineType(code("XFR3"), "", 1, 0), 0);
+    EXPECT_EQ(VMapTypeCount(), after + 2);
 
     MeshShutdown();
     ASSERT_EQ(MeshStartup(), 1);
-    EXPECT_EQ(VMapTypeCount(), after);
+    EXPECT_EQ(VMapTypeCount(), after + 2);
     EXPECT_EQ(VMapTypeByName("transform"), xfrm);
 
     // A map of the new type stores nine floats per entry.

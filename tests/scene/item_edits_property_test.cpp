@@ -127,6 +127,7 @@ std::vector<NamedEdit> item_edits() {
         {"parent", [](Stage &s) { return CineItemSetParent(s.items[0], s.items[2], 0) == 0; }},
         {"source", [](Stage &s) { return CineItemSetSource(s.items[1], s.items[0]) == 1; }},
         {"tag", [](Stage &s) { return CineItemSetTag(s.items[0], kTag, "actor") == 1; }},
+        {"delete a parent", [](Stage &s) { return CineItemDelete(s.items[2]) == 1; }},
     };
 }
 
@@ -169,7 +170,7 @@ class RandomStage : public UndoTarget {
         const char *names[] = {"Key", "Fill", "Rim", nullptr};
         const std::uint32_t types[] = {s_->light, s_->mesh, s_->picky};
         CinePackage *packages[] = {s_->extra, s_->more};
-        switch (item == nullptr ? 0 : draw(8)) {
+        switch (item == nullptr ? 0 : draw(9)) {
             case 0:
                 CineItemCreate(s_->scene, types[draw(3)]);
                 return "create";
@@ -192,6 +193,9 @@ class RandomStage : public UndoTarget {
             case 6:
                 CineItemSetTag(item, kTag, names[draw(4)]);
                 return "tag";
+            case 7:
+                CineItemDelete(item);
+                return "delete";
             default:
                 CinemaChanged(s_->scene, static_cast<int>(draw(2)));
                 return "changed";

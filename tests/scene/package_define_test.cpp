@@ -234,7 +234,7 @@ TEST_F(Definitions, LegacyTablesConvertAndStopAtANullName) {
     EXPECT_EQ(default_of(list[2]), 0.25);
     EXPECT_EQ(list[2].usage_text, "distance");
     EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [](const std::string &l) {
-        return l.starts_with("#[fail] <package_api>:") &&
+        return l.starts_with("#[fail] <item>:") &&
                l.ends_with(" old-style texture channel definition: scale\n");
     })) << (lines.empty() ? "no lines" : lines.front());
     // A count below the table's length stops there.
