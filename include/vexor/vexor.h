@@ -4,6 +4,7 @@
 #define VEXOR_VEXOR_H
 
 #include "vexor/action.h"
+#include "vexor/actionclip.h"
 #include "vexor/axis.h"
 #include "vexor/bbox.h"
 #include "vexor/blend.h"
@@ -36,6 +37,7 @@
 #include "vexor/subd.h"
 #include "vexor/svec.h"
 #include "vexor/time.h"
+#include "vexor/tlayer.h"
 #include "vexor/undo.h"
 #include "vexor/value.h"
 #include "vexor/vbuf.h"
