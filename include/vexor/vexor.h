@@ -20,6 +20,7 @@
 #include "vexor/frame_buffer.h"
 #include "vexor/group.h"
 #include "vexor/host.h"
+#include "vexor/irr_cache.h"
 #include "vexor/log.h"
 #include "vexor/mark.h"
 #include "vexor/maths.h"
