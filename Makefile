@@ -65,7 +65,7 @@ bench:
 
 # The seed corpora stay as committed; what the fuzzers find goes to working corpora. Each
 # target fuzzes for SECONDS (default 60).
-FUZZ_TARGETS = env_load scene_load
+FUZZ_TARGETS = env_load scene_load irr_cache_load
 fuzz:
 	cmake --preset fuzz
 	cmake --build --preset fuzz

@@ -1,6 +1,7 @@
 // The irradiance cache: storing values into the octree, the counters, and the pass settings.
 #include "render/irr_cache.h"
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 #include <new>
@@ -133,12 +134,15 @@ void store_within(IrrCache &cache, const Value &v) {
     double edge = cache.edge;
     std::vector<std::unique_ptr<Node>> made;
     std::vector<std::pair<Node *, int>> links;  // the parent and index of each made child
+    Node *path[kMaxDepth + 1];
+    int path_length = 0;
     Node *node = cache.top[top];
     const bool made_top = node == nullptr;
     if (made_top) {
         made.push_back(std::make_unique<Node>());
         node = made.back().get();
     }
+    path[path_length++] = node;
     const double reach = 2.0 * static_cast<double>(v.radius);
     for (int depth = 0; depth < kMaxDepth && edge * 0.5 >= reach; ++depth) {
         double child[3];
@@ -150,6 +154,7 @@ void store_within(IrrCache &cache, const Value &v) {
             links.emplace_back(node, index);
         }
         node = next;
+        path[path_length++] = node;
         edge *= 0.5;
         for (int axis = 0; axis < 3; ++axis) corner[axis] = child[axis];
     }
@@ -185,6 +190,16 @@ void store_within(IrrCache &cache, const Value &v) {
     b.pass[i] = v.pass;
     ++b.used;
     ++cache.values;
+    for (int n = 0; n < path_length; ++n) {
+        Bound &bound = path[n]->bounds[v.kind];
+        for (int axis = 0; axis < 3; ++axis) {
+            const float c = v.position[axis];
+            const bool first = bound.max_radius == 0.0f;
+            bound.low[axis] = first ? c : std::min(bound.low[axis], c);
+            bound.high[axis] = first ? c : std::max(bound.high[axis], c);
+        }
+        bound.max_radius = std::max(bound.max_radius, v.radius);
+    }
 }
 
 }  // namespace

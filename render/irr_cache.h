@@ -14,17 +14,19 @@ struct RadMap;
 namespace vx::irr {
 
 // Four values, each component an array of four floats so that the four are tested at once.
-struct alignas(32) Block {
+// What every gather reads of a block (the link, the slots, positions, normals and radii) comes
+// first, in the first two cache lines; what only accepted values need follows.
+struct alignas(64) Block {
+    Block *next;
+    std::uint8_t used;  // slots in use, 1 to 4
+    std::uint8_t pass[4];
     float px[4], py[4], pz[4];
     float nx[4], ny[4], nz[4];
+    float radius[4];
     float irradiance[3][4];
     float irradiance2[3][4];
     float gradient[3][4];
     float gradient2[3][4];
-    float radius[4];
-    std::uint8_t pass[4];
-    std::uint8_t used;  // slots in use, 1 to 4
-    Block *next;
 };
 
 // The blocks of a node's list, oldest first; new values fill the last block.
@@ -33,8 +35,18 @@ struct Chain {
     Block *last = nullptr;
 };
 
+// Where the values of a list below a node (its own and its descendants') lie, and the largest
+// radius among them: a gather skips a subtree none of whose values can reach its point. Empty
+// while max_radius is 0.
+struct Bound {
+    float low[3] = {0, 0, 0};
+    float high[3] = {0, 0, 0};
+    float max_radius = 0.0f;
+};
+
 struct Node {
     Chain lists[2];  // first list (kind 0), second list (kind 1)
+    Bound bounds[2];
     Node *children[8] = {};
 };
 

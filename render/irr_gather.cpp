@@ -80,20 +80,67 @@ void scan(const Block &b, Gather &g) noexcept {
     }
 }
 
-void visit(const Node &node, const double corner[3], double edge, Gather &g) noexcept {
-    const double grow = std::max(g.margin_low, std::min(g.margin_high, edge * g.quarter_scale));
-    for (int axis = 0; axis < 3; ++axis) {
-        const double q = static_cast<double>(g.q[axis]);
-        if (q < corner[axis] - grow || q > corner[axis] + edge + grow) return;
+// The octree below one top node, without recursion: a node is searched, and its children
+// looked at, when the query point lies in its box grown by the margin of its size.
+void descend(const Node &top, const double top_corner[3], double top_edge, Gather &g) noexcept {
+    struct Cell {
+        const Node *node;
+        float corner[3];
+        int depth;
+    };
+    // Edges and margins by depth: the margin is max(min distance x s, min(max distance x s,
+    // edge x 0.25 x scale)).
+    float edge[kMaxDepth + 1], margin[kMaxDepth + 1];
+    double e = top_edge;
+    for (int d = 0; d <= kMaxDepth; ++d, e *= 0.5) {
+        edge[d] = static_cast<float>(e);
+        margin[d] = static_cast<float>(
+            std::max(g.margin_low, std::min(g.margin_high, e * g.quarter_scale)));
     }
-    for (const Block *b = node.lists[g.list].first; b != nullptr; b = b->next) scan(*b, g);
-    const double half = edge * 0.5;
-    for (int i = 0; i < 8; ++i) {
-        if (node.children[i] == nullptr) continue;
-        const double child[3] = {corner[0] + ((i & 1) != 0 ? half : 0.0),
-                                 corner[1] + ((i & 2) != 0 ? half : 0.0),
-                                 corner[2] + ((i & 4) != 0 ? half : 0.0)};
-        visit(*node.children[i], child, half, g);
+    Cell stack[8 * (kMaxDepth + 1)];
+    int size = 0;
+    stack[size++] = {&top,
+                     {static_cast<float>(top_corner[0]), static_cast<float>(top_corner[1]),
+                      static_cast<float>(top_corner[2])},
+                     0};
+    const auto inside = [&](const float corner[3], int depth) {
+        const float m = margin[depth], reach = edge[depth] + m;
+        for (int axis = 0; axis < 3; ++axis) {
+            const float offset = g.q[axis] - corner[axis];
+            if (offset < -m || offset > reach) return false;
+        }
+        return true;
+    };
+    if (!inside(stack[0].corner, 0)) return;
+    while (size > 0) {
+        const Cell cell = stack[--size];
+        // No value below this node can reach the point: nothing to search here or below. (Its
+        // values' acceptance radii are at most that of its largest radius.)
+        const Bound &bound = cell.node->bounds[g.list];
+        if (bound.max_radius == 0.0f) continue;
+        const float reach = std::min(std::max(bound.max_radius * g.half_scale, g.low), g.high);
+        if (g.q[0] < bound.low[0] - reach || g.q[0] > bound.high[0] + reach ||
+            g.q[1] < bound.low[1] - reach || g.q[1] > bound.high[1] + reach ||
+            g.q[2] < bound.low[2] - reach || g.q[2] > bound.high[2] + reach) {
+            continue;
+        }
+        for (const Block *b = cell.node->lists[g.list].first; b != nullptr; b = b->next) {
+            __builtin_prefetch(b->next);
+            scan(*b, g);
+        }
+        if (cell.depth == kMaxDepth) continue;
+        const int depth = cell.depth + 1;
+        const float half = edge[depth];
+        for (int i = 0; i < 8; ++i) {
+            const Node *child = cell.node->children[i];
+            if (child == nullptr) continue;
+            Cell next{child,
+                      {cell.corner[0] + ((i & 1) != 0 ? half : 0.0f),
+                       cell.corner[1] + ((i & 2) != 0 ? half : 0.0f),
+                       cell.corner[2] + ((i & 4) != 0 ? half : 0.0f)},
+                      depth};
+            if (inside(next.corner, depth)) stack[size++] = next;
+        }
     }
 }
 
@@ -126,7 +173,7 @@ unsigned gather(const IrrCache &cache, IrrCacheQuery &query) noexcept {
         if (cache.top[i] == nullptr) continue;
         double corner[3];
         top_box(i, cache.edge, corner);
-        visit(*cache.top[i], corner, cache.edge, g);
+        descend(*cache.top[i], corner, cache.edge, g);
     }
     return query.count;
 }
