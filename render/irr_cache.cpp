@@ -259,6 +259,28 @@ VX_API int IrrCacheStoreValue(IrrCache *cache, const float position[3], const fl
     });
 }
 
+VX_API unsigned int IrrCacheForEachValue(const IrrCache *cache,
+                                         void (*visit)(void *client, const IrrCacheValue *value),
+                                         void *client) {
+    if (cache == nullptr || visit == nullptr) return 0;
+    unsigned count = 0;
+    vx::irr::for_each_value(*cache, [&](const vx::irr::Value &v) {
+        IrrCacheValue out{};
+        copy3(out.position, v.position);
+        copy3(out.normal, v.normal);
+        copy3(out.irradiance, v.irradiance);
+        copy3(out.irradiance2, v.irradiance2);
+        copy3(out.gradient, v.gradient);
+        copy3(out.gradient2, v.gradient2);
+        out.radius = v.radius;
+        out.kind = v.kind;
+        out.pass = v.pass;
+        visit(client, &out);
+        ++count;
+    });
+    return count;
+}
+
 VX_API unsigned int IrrCacheNumValues(const IrrCache *cache) {
     return cache != nullptr ? cache->values : 0;
 }

@@ -114,6 +114,21 @@ VX_API int IrrCacheEstimateIrradiance(IrrCache *cache, IrrCacheQuery *query,
                                       IrrCacheSampler sampler, void *client, float irradiance[3],
                                       float irradiance2[3]);
 
+/* One stored value, as IrrCacheForEachValue shows it. */
+typedef struct IrrCacheValue {
+    float position[3], normal[3], irradiance[3], irradiance2[3], gradient[3], gradient2[3];
+    float radius;
+    int kind;          /* 0 first list, 1 second list */
+    unsigned int pass; /* the pass it was stored in, modulo 256 */
+} IrrCacheValue;
+
+/* Calls `visit` for every value, in the order of the cache file (top nodes 0 to 7, depth first,
+ * children in index order; in each node the first list, then the second). Returns the number
+ * of values visited; 0 for a null cache or visitor. The cache must not change meanwhile. */
+VX_API unsigned int IrrCacheForEachValue(const IrrCache *cache,
+                                         void (*visit)(void *client, const IrrCacheValue *value),
+                                         void *client);
+
 /* The cache file: see docs/formats.md. Save writes version 1 to a temporary file beside
  * `path` and renames it over `path`; 1, or 0 (and no file changed) on failure. Load reads a
  * file of version 0 or 1 and stores its values as pass 0, keeping the values already in the
