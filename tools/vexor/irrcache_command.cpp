@@ -81,7 +81,7 @@ int show(int argc, char **argv) {
     if (std::FILE *in = std::fopen(file, "rb")) {
         unsigned char head[8] = {};
         if (std::fread(head, 1, sizeof head, in) == sizeof head) {
-            version = head[4] | head[5] << 8u | head[6] << 16u | static_cast<unsigned>(head[7]) << 24u;
+            for (int i = 7; i >= 4; --i) version = version << 8u | head[i];
         }
         std::fclose(in);
     }
