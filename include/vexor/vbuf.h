@@ -12,6 +12,9 @@
  *                    buffer's level, k = 2^level; other polygons give their corners (k = 1).
  *   PVBUF_TRIANGLES  each generated polygon gives one sample per corner and a fan of triangles
  *                    over them as index triples into the buffer's samples.
+ *   PVBUF_QUADS      each generated polygon gives the quads of its subdivided surface at the
+ *                    buffer's level, four samples (corners in order) per quad: 4^level quads per
+ *                    polygon corner for a smoothed SUBD polygon, else its corners as one loop.
  *
  * Use: PolyVBufResetCount, PolyVBufCountPoly for each polygon, PolyVBufAllocate,
  * PolyVBufResetCount again, then PolyVBufGenPoly for the same polygons in the same order. Read
@@ -37,6 +40,7 @@ typedef struct AttrVBuf AttrVBuf;
 
 #define PVBUF_OUTLINE 0u
 #define PVBUF_TRIANGLES 1u
+#define PVBUF_QUADS 2u
 
 /* Makes a buffer. `source` is a map of `mesh` of dimension 2 (texture values) or null (vertex
  * positions). Returns null for a null mesh, a map of another mesh or dimension, an unknown
