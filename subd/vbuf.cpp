@@ -103,7 +103,7 @@ void copy_outline(PolyVBuf &buffer, const Plan &p, float *out, std::size_t dim) 
         const std::size_t first = 4 * (corner << (2 * slot.level - 2));
         for (std::size_t i = 0; i < p.samples; ++i) {
             const auto value = static_cast<std::size_t>(slot.quads[first + i]);
-            std::memcpy(out + i * dim, slot.values.data() + value * dim, dim * sizeof(float));
+            std::memcpy(out + i * dim, slot.refined() + value * dim, dim * sizeof(float));
         }
     };
     std::unique_lock<std::mutex> hold(p.data->semaphore);
