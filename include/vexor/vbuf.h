@@ -23,7 +23,9 @@
  * SUBDVBufSetLevel (vexor/subd.h) changes it.
  *
  * Threads: a buffer belongs to the thread that made it; its mesh must not be edited while the
- * buffer generates. Several buffers of one mesh may generate on several threads at once. */
+ * buffer counts or generates. Once the mesh's subdivision data is built (MeshMetaValidate with
+ * the "SUBD" type's class, or any SUBD query), buffers of the mesh may count and generate on
+ * other threads, also while the mesh's subdivision level is changed. */
 #ifndef VEXOR_VBUF_H
 #define VEXOR_VBUF_H
 
