@@ -292,7 +292,8 @@ struct PositionEdit {
     void apply(int) noexcept {
         Mesh *owner = vertex->mesh;
         const float *stored = owner->positions.get(vertex->slot);
-        const double next[3] = {xyz[0], xyz[1], xyz[2]};
+        const double next[3] = {static_cast<double>(xyz[0]), static_cast<double>(xyz[1]),
+                                static_cast<double>(xyz[2])};
         for (int axis = 0; axis < 3; ++axis) xyz[axis] = stored[axis];
         owner->positions.set(vertex->slot, next);
         // Heard as MeshVertexSet is heard, so caches of positions drop what they hold.
