@@ -20,6 +20,7 @@
 
 #include "curve_plot.h"
 #include "demo_types.h"
+#include "xfrm_demo.h"
 
 namespace {
 
@@ -88,6 +89,7 @@ int show(int argc, char **argv) {
                     parent != nullptr ? CineItemUniqueName(parent) : "",
                     CineItemHidden(item) != 0 ? ", hidden" : "");
     }
+    print_xfrm_chains(scene);
     std::printf("Actions, in evaluation order first:\n");
     std::vector<CineAction *> actions;
     for (unsigned i = 0; i < CineActionOrderCount(scene); ++i) {
