@@ -26,27 +26,28 @@ auto with_reader(const mesh::PositionSource &source, Body body) {
 }
 
 // Even-odd: counts the edges that straddle the line v = pv and cross it at u > pu. A vertex on
-// the line counts as below it; a crossing exactly at the point is not counted.
+// the line counts as below it; a crossing exactly at the point is not counted. Most edges do not
+// straddle the line, so the loop reads only v coordinates until one does.
 template <class Read>
 int even_odd(Read read, MeshVertex *const *vertices, unsigned count, const AxisTest &test,
              const double position[3]) noexcept {
     if (count == 0) return 0;
     const int u = test.u, v = test.v;
     const double pu = position[u], pv = position[v];
-    const float *last = read(vertices[count - 1]);
-    double prev_u = static_cast<double>(last[u]), prev_v = static_cast<double>(last[v]);
-    bool prev_below = pv < prev_v;
+    const float *prev = read(vertices[count - 1]);
+    bool prev_below = pv < static_cast<double>(prev[v]);
     unsigned crossings = 0;
     for (unsigned i = 0; i < count; ++i) {
-        const float *p = read(vertices[i]);
-        const double cur_u = static_cast<double>(p[u]), cur_v = static_cast<double>(p[v]);
-        const bool cur_below = pv < cur_v;
+        const float *cur = read(vertices[i]);
+        const bool cur_below = pv < static_cast<double>(cur[v]);
         if (prev_below != cur_below) {
-            const double x = (pv - cur_v) * (prev_u - cur_u) / (prev_v - cur_v) + cur_u;
+            const double cur_u = static_cast<double>(cur[u]), cur_v = static_cast<double>(cur[v]);
+            const double x = (pv - cur_v) * (static_cast<double>(prev[u]) - cur_u) /
+                                 (static_cast<double>(prev[v]) - cur_v) +
+                             cur_u;
             crossings += x > pu ? 1u : 0u;
         }
-        prev_u = cur_u;
-        prev_v = cur_v;
+        prev = cur;
         prev_below = cur_below;
     }
     return static_cast<int>(crossings & 1u);
@@ -63,22 +64,28 @@ int even_odd_band(Read read, MeshVertex *const *vertices, unsigned count, const 
     const double pu = position[u], pv = position[v];
     unsigned crossings = 0;
     if (count != 0) {
-        const float *last = read(vertices[count - 1]);
-        double prev_u = static_cast<double>(last[u]), prev_v = static_cast<double>(last[v]);
+        const float *prev = read(vertices[count - 1]);
+        double prev_v = static_cast<double>(prev[v]);
         for (unsigned i = 0; i < count; ++i) {
-            const float *p = read(vertices[i]);
-            const double cur_u = static_cast<double>(p[u]), cur_v = static_cast<double>(p[v]);
-            if (std::fabs(pv - cur_v) < t) {
-                if (std::fabs(pu - cur_u) < t) return 0;
-                if (std::fabs(pv - prev_v) < t && (pu < cur_u) != (pu < prev_u)) return 0;
+            const float *cur = read(vertices[i]);
+            const double cur_v = static_cast<double>(cur[v]);
+            const bool near = std::fabs(pv - cur_v) < t;
+            const bool straddles = (pv < prev_v) != (pv < cur_v);
+            if (near || straddles) {
+                const double cur_u = static_cast<double>(cur[u]);
+                const double prev_u = static_cast<double>(prev[u]);
+                if (near) {
+                    if (std::fabs(pu - cur_u) < t) return 0;
+                    if (std::fabs(pv - prev_v) < t && (pu < cur_u) != (pu < prev_u)) return 0;
+                }
+                if (straddles) {
+                    const double dv = prev_v - cur_v, du = prev_u - cur_u;
+                    const double d = (pv - cur_v) * du / dv - (pu - cur_u);
+                    if (std::sqrt(du * du + dv * dv) * t / dv > std::fabs(d)) return 0;
+                    crossings += d > 0.0 ? 1u : 0u;
+                }
             }
-            if ((pv < prev_v) != (pv < cur_v)) {
-                const double dv = prev_v - cur_v, du = prev_u - cur_u;
-                const double d = (pv - cur_v) * du / dv - (pu - cur_u);
-                if (std::sqrt(du * du + dv * dv) * t / dv > std::fabs(d)) return 0;
-                crossings += d > 0.0 ? 1u : 0u;
-            }
-            prev_u = cur_u;
+            prev = cur;
             prev_v = cur_v;
         }
     }

@@ -4,12 +4,24 @@
 // cannot reach the modules above it.
 #include <vexor/action.h>
 #include <vexor/cinema.h>
+#include <vexor/xfrm.h>
 
+#include "eval/action_clip.h"
 #include "eval/modifier_builtin.h"
 #include "foundation/failure.h"
 #include "foundation/guard.h"
 #include "groups/xfrm.h"
 #include "scene/cinema_module.h"
+
+namespace {
+
+// Action clips claim the channels of a placed item's transforms with the item's own. The hook
+// stays set: the transforms' C function answers 0 while the module is stopped.
+std::size_t chain_items(CineItem &item, CineItem **out, std::size_t capacity) {
+    return XfrmGetTransformArray(&item, out, static_cast<unsigned int>(capacity));
+}
+
+}  // namespace
 
 extern "C" {
 
@@ -24,6 +36,7 @@ VX_API void CinemaStartup(void) {
         vx::OnFailure stop_actions([] { CineActionShutdown(); });
         vx::eval::register_builtin_modifiers();
         vx::xfrm::start();
+        vx::clip::set_transform_items(chain_items);
     });
 }
 

@@ -1,7 +1,7 @@
 // Reading vertex positions as a given mesh sees them. A vertex's own position is stored by the
 // mesh that made it; an instance (or a morphed copy made as one) may lay its own position map
 // over its source's, and then reads through that map. Callers that read many positions make
-// one PositionSource and ask it per vertex: the common case is one indexed load.
+// one PositionSource and ask it per vertex: the common case is one load from the vertex record.
 #pragma once
 
 #include "mesh/mesh.h"
@@ -12,7 +12,7 @@ namespace vx::mesh {
 
 // The position a vertex's own mesh stores for it.
 inline const float *stored_position(const MeshVertex *vertex) noexcept {
-    return vertex->mesh->positions.get(vertex->slot);
+    return vertex->position;
 }
 
 class PositionSource {

@@ -208,6 +208,8 @@ CineItem &create_item(Cinema &scene, std::uint32_t type) {
     edit->list_at = scene.item_lists.size();
     edit->item_at = kNoIndex;
     edit.hand_over(1);
+    const SceneClient *client = scene_client();
+    if (client != nullptr && client->item_made != nullptr && !scene.making) client->item_made(item);
     // Counted only once the item exists, so a failed creation leaves the next number alone.
     ++scene.next_ident;
     keep_room(scene, item);
@@ -229,6 +231,8 @@ void delete_item(CineItem &item) {
         }
         for (const auto &[from, to] : links) unlink(*graph, from, to);
     }
+    const SceneClient *client = scene_client();
+    if (client != nullptr && client->item_deleting != nullptr) client->item_deleting(item);
     // The item's entries in actions stay, as they do when its creation is undone: nothing reads
     // them while the item is out, and they go with the item once it leaves for good.
     Edit<PresenceEdit> edit(&item, &scene, scene.id);
@@ -245,6 +249,14 @@ void free_item(CineItem *item, bool scene_alive, bool tell_client) noexcept {
             client->item_unmade(*item);
         }
         if (item->serial != kNoIndex) give_back_serial(*item->scene, item->serial);
+        // The room its links had in the scene's graphs goes with the item: an item made and
+        // taken back by a failed edit leaves nothing behind.
+        for (LinkGraph *graph : item->scene->graphs) {
+            std::erase_if(graph->nodes, [&](const auto &entry) {
+                return entry.first.object == item && entry.second.forward.empty() &&
+                       entry.second.reverse.empty();
+            });
+        }
     }
     for (PackageEntry &entry : item->chain) {
         if (entry.object != nullptr) com::release(entry.object);

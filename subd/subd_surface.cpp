@@ -78,15 +78,15 @@ void route_messages() {
 }
 
 bool takes_part(const MeshPolygon *polygon, const PolyType *subd) noexcept {
-    if (polygon->type != subd) return false;
+    if (polygon->type() != subd) return false;
     const unsigned n = polygon->count;
     if (n < 3 || n > kMaxFaceSize) return false;
     for (unsigned i = 0; i < n; ++i) {
-        const MeshVertex *v = polygon->vertices[i];
+        const MeshVertex *v = polygon->vertices()[i];
         if (v == nullptr || (v->flags & vx::mesh::kDead) != 0) return false;
         // A repeated vertex folds the face onto itself; such a face is left out.
         for (unsigned j = 0; j < i; ++j) {
-            if (polygon->vertices[j] == v) return false;
+            if (polygon->vertices()[j] == v) return false;
         }
     }
     return true;
@@ -98,7 +98,8 @@ std::int32_t find_index(const Mesh *key, const std::vector<std::int32_t> &by_slo
                         const Element *element) noexcept {
     if (element == nullptr) return -1;
     if (element->mesh == key) {
-        return element->slot < by_slot.size() ? by_slot[element->slot] : -1;
+        const std::uint32_t slot = vx::mesh::slot_of(element);
+        return slot < by_slot.size() ? by_slot[slot] : -1;
     }
     const auto found = others.find(element);
     return found == others.end() ? -1 : found->second;
@@ -109,8 +110,9 @@ void set_index(const Mesh *key, std::vector<std::int32_t> &by_slot,
                std::unordered_map<const Element *, std::int32_t> &others, const Element *element,
                std::int32_t index) {
     if (element->mesh == key) {
-        if (element->slot >= by_slot.size()) by_slot.resize(element->slot + std::size_t{1}, -1);
-        by_slot[element->slot] = index;
+        const std::uint32_t slot = vx::mesh::slot_of(element);
+        if (slot >= by_slot.size()) by_slot.resize(slot + std::size_t{1}, -1);
+        by_slot[slot] = index;
     } else {
         others.emplace(element, index);
     }
@@ -127,9 +129,9 @@ void gather(Surface &s, Mesh *mesh, const PolyType *subd) {
     }
     if (faces.empty()) return;
     s.face_mesh = faces.front()->mesh;
-    s.key_mesh = faces.front()->vertices[0]->mesh;
-    s.face_by_slot.assign(s.face_mesh->polygon_slots, -1);
-    s.vertex_by_slot.assign(s.key_mesh->positions.size(), -1);
+    s.key_mesh = faces.front()->vertices()[0]->mesh;
+    s.face_by_slot.assign(vx::mesh::polygon_slots(s.face_mesh), -1);
+    s.vertex_by_slot.assign(vx::mesh::vertex_slots(s.key_mesh), -1);
     s.face_sizes.reserve(faces.size());
     s.face_offsets.reserve(faces.size() + 1);
     s.face_offsets.push_back(0);
@@ -138,7 +140,7 @@ void gather(Surface &s, Mesh *mesh, const PolyType *subd) {
         set_index(s.face_mesh, s.face_by_slot, s.other_faces, polygon,
                   static_cast<std::int32_t>(s.face_sizes.size()));
         for (unsigned i = 0; i < polygon->count; ++i) {
-            const MeshVertex *v = polygon->vertices[i];
+            const MeshVertex *v = polygon->vertices()[i];
             std::int32_t index = find_index(s.key_mesh, s.vertex_by_slot, s.other_vertices, v);
             if (index < 0) {
                 index = static_cast<std::int32_t>(vertices.size());
@@ -169,7 +171,7 @@ void gather(Surface &s, Mesh *mesh, const PolyType *subd) {
         next.clear();
         for (std::size_t f = 0; f < faces.size(); ++f) {
             for (std::int32_t c = s.face_offsets[f]; c < s.face_offsets[f + 1]; ++c) {
-                const MeshVertex *v = faces[f]->vertices[c - s.face_offsets[f]];
+                const MeshVertex *v = faces[f]->vertices()[c - s.face_offsets[f]];
                 const float *uv = VMapEval(set.map, v, faces[f]);
                 const float u[2] = {uv != nullptr ? uv[0] : 0.0f, uv != nullptr ? uv[1] : 0.0f};
                 if (uv == nullptr) set.face_has[f] = 0;

@@ -63,8 +63,8 @@ Plan plan(PolyVBuf &buffer, const MeshPolygon *polygon) {
     const int level = buffer.table.level.load(std::memory_order_relaxed);
     if (buffer.mode != PVBUF_OUTLINE || level <= 0) return p;
     const Classes &c = classes();
-    if (polygon->type != c.subd_type || (polygon->type->flags & POLYTYPE_AREA) == 0 ||
-        (polygon->type->flags & POLYTYPE_LINEAR) != 0) {
+    if (polygon->type() != c.subd_type || (polygon->type()->flags & POLYTYPE_AREA) == 0 ||
+        (polygon->type()->flags & POLYTYPE_LINEAR) != 0) {
         return p;
     }
     SubdData *data = validate(buffer.mesh);
@@ -117,7 +117,7 @@ void copy_outline(PolyVBuf &buffer, const Plan &p, float *out, std::size_t dim) 
 
 // The value of a polygon corner: its texture value (zero without one) or its position.
 void corner_value(const PolyVBuf &buffer, const MeshPolygon *polygon, unsigned corner, float *out) {
-    const MeshVertex *vertex = polygon->vertices[corner];
+    const MeshVertex *vertex = polygon->vertices()[corner];
     if (buffer.source == nullptr) {
         MeshVertexPosF(buffer.mesh, vertex, out);
         return;
