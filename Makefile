@@ -9,6 +9,7 @@ else
 PRESET ?= dev
 endif
 PREFIX ?= /usr/local
+PYTHON ?= $(or $(wildcard /usr/bin/python3),python3)
 CLANG_FORMAT ?= $(or $(shell command -v clang-format-14 2>/dev/null),clang-format)
 
 # The C and C++ files known to git (committed or new, not ignored) that still exist.
@@ -70,6 +71,11 @@ bench:
 	    found=1; echo "== $$program"; "$$program" || exit 1; \
 	done; \
 	if [ -z "$$found" ]; then echo "no benchmark programs in build/release/bench" >&2; exit 1; fi
+	@if [ -x build/release/python/bench/vexor_python_env_loop ]; then \
+	    echo "== python/bench/env_numpy_bench.py"; \
+	    PYTHONPATH=build/release/python $(PYTHON) build/release/python/bench/env_numpy_bench.py \
+	        build/release/python/bench/vexor_python_env_loop; \
+	fi
 
 # The seed corpora stay as committed; what the fuzzers find goes to working corpora. Each
 # target fuzzes for SECONDS (default 60).
@@ -85,7 +91,7 @@ fuzz:
 
 install:
 	cmake --preset release
-	cmake --build --preset release --target vexor vexor_cli
+	cmake --build --preset release --target vexor vexor_cli vexor_python
 	cmake --install build/release --prefix "$(PREFIX)"
 
 format:

@@ -34,6 +34,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/vexorConfigVersion.cmake
 install(FILES
   ${PROJECT_BINARY_DIR}/vexorConfig.cmake
   ${PROJECT_BINARY_DIR}/vexorConfigVersion.cmake
+  ${CMAKE_CURRENT_LIST_DIR}/FindVexorOpenSubdiv.cmake
   DESTINATION ${VEXOR_CMAKE_PACKAGE_DIR})
 
 # vexor.pc names the prefix chosen at install time (`cmake --install --prefix` may differ from

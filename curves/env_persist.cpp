@@ -7,6 +7,7 @@
 #include <vexor/env_io.h>
 
 #include "curves/env_edits.h"
+#include "curves/env_index.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
 
@@ -105,6 +106,7 @@ bool read_key(Envelope &env, BlkReader &reader) {
         read_side(fields, key->side[1], integer);
     }
     if (!fields.complete()) return false;
+    reserve_index(env, key_count(env) + 1);
     append(env, key.release());
     return true;
 }

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 
+#include "eval/action_clip.h"
 #include "eval/action_io.h"
 #include "eval/action_records.h"
 #include "eval/eval_data.h"
@@ -54,7 +55,9 @@ Cinema *scene_of_action(const CineAction *action) {
     return action != nullptr ? scene_of(*action) : nullptr;
 }
 
-constexpr vx::cine::SceneClient kClient = {scene_made, scene_unmade, purge_channels, item_unmade};
+constexpr vx::cine::SceneClient kClient = {scene_made,          scene_unmade,
+                                           purge_channels,      item_unmade,
+                                           vx::clip::item_made, vx::clip::item_deleting};
 
 // Hosts read the change record through the C declaration: both must be the same record.
 static_assert(sizeof(ActionChange) == sizeof(CineActionChange));

@@ -59,6 +59,15 @@ struct LinkEdit {
     }
 };
 
+// Room for `extra` more nodes. Only ever grown: reserving less than the table holds room for
+// would rehash it smaller, and a failed edit would then leave the table of another size.
+void grow_nodes(LinkGraph &graph, std::size_t extra) {
+    const auto room = static_cast<double>(graph.nodes.bucket_count()) *
+                      static_cast<double>(graph.nodes.max_load_factor());
+    if (room < static_cast<double>(graph.nodes.size() + extra))
+        graph.nodes.reserve(graph.nodes.size() + extra);
+}
+
 }  // namespace
 
 // Makes both nodes known and gives their lists room for one more link, so that inserting
@@ -66,7 +75,7 @@ struct LinkEdit {
 // back the entries made here; the graph keeps spare room (keep_room) so that the reserves of
 // existing entries normally allocate nothing.
 void reserve_link(LinkGraph &graph, GraphNode from, GraphNode to) {
-    graph.nodes.reserve(graph.nodes.size() + 2);
+    grow_nodes(graph, 2);
     auto [a, made_a] = graph.nodes.try_emplace(from);
     try {
         a->second.forward.reserve(a->second.forward.size() + 1);
@@ -85,7 +94,7 @@ void reserve_link(LinkGraph &graph, GraphNode from, GraphNode to) {
 
 void keep_room(LinkGraph &graph) noexcept {
     try {
-        graph.nodes.reserve(graph.nodes.size() + 2);
+        grow_nodes(graph, 2);
     } catch (const std::bad_alloc &) {
     }
 }

@@ -5,12 +5,14 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <initializer_list>
 #include <limits>
 #include <string>
 #include <vector>
 
 #include <vexor/env.h>
 #include <vexor/undo.h>
+#include <vexor/xfrm.h>
 
 #include "fuzz/corpus_file.h"
 #include "fuzz/scene_load_check.h"
@@ -58,6 +60,47 @@ Cinema *full_scene() {
     CineActionSetEnable(walk, 0);
     CineActionAddParent(edit, walk, -1);
     CineActionSetConstant(walk, c, 6, 2.5);  // e0 of the add-on package
+    return scene;
+}
+
+// A locator under another, placed by standard chains with a pivot pair and a user's shear.
+Cinema *transform_scene() {
+    Cinema *scene = CinemaCreate(0);
+    CineItem *parent = CineItemCreate(scene, XFRM_TYPE_LOCATOR);
+    CineItem *child = CineItemCreate(scene, XFRM_TYPE_CAMERA);
+    CineItemSetParent(child, parent, -1);
+    for (int kind : {XFRM_KIND_TRANSLATION, XFRM_KIND_ROTATION, XFRM_KIND_PIVOT}) {
+        XfrmGetStdTransform(parent, kind, 1);
+        XfrmGetStdTransform(child, kind, 1);
+    }
+    XfrmAddTransformItem(child, XFRM_TYPE_SHEAR);
+    CineAction *setup = CineActionGetDefault(scene, CINE_ACTION_SETUP);
+    CineActionSetConstant(setup, XfrmGetStdTransform(child, XFRM_KIND_PIVOT, 0), 3, 1.5);
+    CineActionSetConstantInt(setup, child, 10, 0);  // inheritRot off
+    return scene;
+}
+
+// A character's group with members and a channel member, two clips of which one is active, a
+// disabled pose, and a clip whose action has gone.
+Cinema *groups_scene() {
+    Cinema *scene = CinemaCreate(0);
+    CineItem *group = CineItemCreate(scene, GROUP_TYPE_CODE);
+    CineItem *body = CineItemCreate(scene, CineLookupType("fzItem"));
+    CineItem *walk = CineItemCreate(scene, ACTIONCLIP_TYPE_CODE);
+    CineItem *jump = CineItemCreate(scene, ACTIONCLIP_TYPE_CODE);
+    CineItem *pose = CineItemCreate(scene, CineLookupType("actionpose"));
+    CineItem *lost = CineItemCreate(scene, ACTIONCLIP_TYPE_CODE);
+    CineItemSetName(walk, "walk");
+    CineItemSetName(jump, "jump");
+    GroupSetType(group, GROUP_KIND_ACTOR);
+    for (CineItem *member : {body, walk, jump, pose}) GroupAddItem(group, member);
+    GroupAddChannel(group, body, 1);
+    ActionClipAddItem(walk, group, body);
+    ActionClipAddItem(jump, group, body);
+    CineActionSetConstant(ActionClipAction(walk), body, 0, 2.0);
+    ActionClipSetActive(walk, group, 1);
+    ActionClipSetEnabled(pose, 0);
+    CineActionDestroy(ActionClipAction(lost));
     return scene;
 }
 
@@ -137,8 +180,7 @@ int main(int argc, char **argv) {
     }
     const std::string dir = argv[1];
     UndoSysStartup();
-    CinemaStartup();
-    vx::fuzz::define_scene_packages();
+    vx::fuzz::start_session();
     int failures = 0;
     auto keep = [&](const char *name, const Bytes &bytes) {
         if (bytes.empty() || !vx::fuzz::write_corpus_file(dir, name, bytes)) ++failures;
@@ -148,6 +190,9 @@ int main(int argc, char **argv) {
     const Bytes full_bytes = vx::fuzz::save_to_memory(full);
     keep("valid_full.vxr", full_bytes);
     CinemaDestroy(full);
+    Cinema *groups = groups_scene();
+    keep("valid_groups_and_clips.vxr", vx::fuzz::save_to_memory(groups));
+    CinemaDestroy(groups);
     Cinema *empty = CinemaCreate(0);
     keep("valid_empty.vxr", vx::fuzz::save_to_memory(empty));
     CinemaDestroy(empty);
@@ -175,6 +220,18 @@ int main(int argc, char **argv) {
         s.begin(302).u32(1).u32(1).text("x").u32(CINE_STATE_CONSTANT).u32(1).u32(5).end();
         s.end().end().end();
         keep("valid_missing_packages.vxr", s.bytes());
+    }
+
+    Cinema *placed = transform_scene();
+    keep("valid_transforms.vxr", vx::fuzz::save_to_memory(placed));
+    CinemaDestroy(placed);
+    {  // One transform in the chains of two locators.
+        Stream s;
+        s.begin(200).head().package("locator").package("translation");
+        s.item(0, "a").item(0, "b").item(1, "t");
+        s.begin(208).text("xfrm").begin(400).u32(2).u32(0).end().begin(400).u32(2).u32(1).end();
+        s.end().end();
+        keep("corrupt_transform_in_two_chains.vxr", s.bytes());
     }
 
     keep("corrupt_truncated.vxr", Bytes(full_bytes.begin(), full_bytes.end() - 9));
@@ -241,7 +298,27 @@ int main(int argc, char **argv) {
         keep("corrupt_two_actions_of_one_name.vxr", s.bytes());
     }
 
-    CinemaShutdown();
+    {
+        Stream s;
+        s.begin(200).head().package("fzItem").item(0, "a").item(0, "b");
+        s.begin(208).text("group").begin(420).u32(0).u32(1).end().end().end();
+        keep("corrupt_members_of_no_group.vxr", s.bytes());
+    }
+    {
+        Stream s;
+        s.begin(200).head().package("group").item(0, "g");
+        s.begin(208).text("group").begin(420).u32(0).u32(0).end().end().end();
+        keep("corrupt_group_among_its_members.vxr", s.bytes());
+    }
+    {
+        Stream s;
+        s.begin(200).head().package("group").package("fzItem").item(0, "g").item(1, "a");
+        s.begin(208).text("group").begin(421).u32(0).u32(1).u32(1).text("y").end();
+        s.begin(421).u32(0).u32(1).u32(1).text("y").end().end().end();
+        keep("corrupt_member_listed_twice.vxr", s.bytes());
+    }
+
+    vx::fuzz::stop_session();
     UndoSysShutdown();
     if (failures > 0) std::fprintf(stderr, "could not write the corpus into %s\n", dir.c_str());
     return failures > 0 ? 1 : 0;

@@ -8,8 +8,10 @@
 #include <vector>
 
 #include <vexor/action.h>
+#include <vexor/actionclip.h>
 #include <vexor/block.h>
 #include <vexor/cinema.h>
+#include <vexor/group.h>
 #include <vexor/package.h>
 #include <vexor/scene.h>
 #include <vexor/scene_io.h>
@@ -31,6 +33,21 @@ inline void define_scene_packages() {
     CineDefineType(0, static_cast<std::int32_t>(item), "fzSub");
     CinePackageDefine("fzExtra");
     CinePackageAddChannel("fzExtra", CINE_CH_NAME, "e0", VX_STORE_FLOAT, none, CINE_CH_NAME, none);
+}
+
+// The modules of the fuzz session: scenes with groups and action clips, and the packages above.
+// Stopped in the reverse order, so that the scene module's last stop forgets the packages.
+inline void start_session() {
+    CinemaStartup();
+    GroupStartup();
+    ActionClipStartup();
+    define_scene_packages();
+}
+
+inline void stop_session() {
+    ActionClipShutdown();
+    GroupShutdown();
+    CinemaShutdown();
 }
 
 using Bytes = std::vector<unsigned char>;

@@ -22,12 +22,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     static const bool started = [] {
         VxLogSetSink(quiet_sink, nullptr);
         UndoSysStartup();
-        CinemaStartup();
-        vx::fuzz::define_scene_packages();
+        vx::fuzz::start_session();
         // Stopped before the module's own statics are destroyed at exit, so that the leak
         // check at exit sees every object released.
         std::atexit([] {
-            CinemaShutdown();
+            vx::fuzz::stop_session();
             UndoSysShutdown();
         });
         return true;

@@ -8,6 +8,7 @@
 #include "foundation/failure.h"
 #include "foundation/port.h"
 #include "groups/group.h"
+#include "groups/group_io.h"
 #include "groups/group_objects.h"
 #include "scene/cinema_module.h"
 #include "scene/package_registry.h"
@@ -80,6 +81,8 @@ void start() {
     cine::define_graph(kGroupsGraph, 1);
     cine::define_graph(kItemGraph, 1);
     cine::define_graph(kChanGraph, 2);
+    register_io();
+    OnFailure drop_io([] { unregister_io(); });
     m.listener = vx::PortAttach(cine::database_port(), hear_items, nullptr, item_event_filter);
     if (m.listener == 0) fail(rc::no_memory, "could not listen to the scene database");
     m.starts = 1;
@@ -90,6 +93,7 @@ void stop() noexcept {
     if (m.starts == 0 || --m.starts > 0) return;
     vx::PortDetach(cine::database_port(), m.listener);
     m.listener = 0;
+    unregister_io();
     forget_stashes();
     CinemaShutdown();
 }

@@ -5,6 +5,7 @@
 #include "foundation/guard.h"
 #include "mesh/mesh.h"
 #include "mesh/poly_type.h"
+#include "mesh/position_read.h"
 
 using namespace vx::mesh;
 
@@ -15,11 +16,11 @@ bool live(const Element *element) noexcept {
     return element != nullptr && (element->flags & kDead) == 0;
 }
 
-// A vertex's stored position, widened to the caller's precision.
+// A vertex's position as the mesh sees it, widened to the caller's precision.
 template <class Real>
-int copy_position(const MeshVertex *vertex, Real position[3]) noexcept {
+int copy_position(const Mesh *mesh, const MeshVertex *vertex, Real position[3]) noexcept {
     if (vertex == nullptr || position == nullptr) return 0;
-    const float *p = vertex->mesh->positions.get(vertex->slot);
+    const float *p = PositionSource(mesh).get(vertex);
     for (int axis = 0; axis < 3; ++axis) position[axis] = static_cast<Real>(p[axis]);
     return 1;
 }
@@ -108,16 +109,16 @@ VX_API const float *MeshVertexSet(Mesh *mesh, MeshVertex *vertex, const double p
     });
 }
 
-VX_API int MeshVertexPos(const Mesh *, const MeshVertex *vertex, double position[3]) {
-    return copy_position(vertex, position);
+VX_API int MeshVertexPos(const Mesh *mesh, const MeshVertex *vertex, double position[3]) {
+    return copy_position(mesh, vertex, position);
 }
 
-VX_API int MeshVertexPosF(const Mesh *, const MeshVertex *vertex, float position[3]) {
-    return copy_position(vertex, position);
+VX_API int MeshVertexPosF(const Mesh *mesh, const MeshVertex *vertex, float position[3]) {
+    return copy_position(mesh, vertex, position);
 }
 
-VX_API const float *MeshVertexPosV(const Mesh *, const MeshVertex *vertex) {
-    return vertex != nullptr ? vertex->mesh->positions.get(vertex->slot) : nullptr;
+VX_API const float *MeshVertexPosV(const Mesh *mesh, const MeshVertex *vertex) {
+    return vertex != nullptr ? PositionSource(mesh).get(vertex) : nullptr;
 }
 
 VX_API MeshPolygon *MeshNewEmptyPolygon(Mesh *mesh, uint32_t type, unsigned int count) {
@@ -150,11 +151,11 @@ VX_API unsigned int MeshNumPols(const Mesh *mesh) {
 }
 
 VX_API MeshVertex *MeshVrtByIndex(const Mesh *mesh, unsigned int index) {
-    return mesh != nullptr ? vertex_at(mesh, index) : nullptr;
+    return mesh != nullptr ? element_at_fast(mesh, mesh->vertices, index) : nullptr;
 }
 
 VX_API MeshPolygon *MeshPolByIndex(const Mesh *mesh, unsigned int index) {
-    return mesh != nullptr ? polygon_at(mesh, index) : nullptr;
+    return mesh != nullptr ? element_at_fast(mesh, mesh->polygons, index) : nullptr;
 }
 
 VX_API int MeshIsEmpty(const Mesh *mesh) {
@@ -179,7 +180,7 @@ VX_API uint32_t MeshPolygonFlags(const MeshPolygon *polygon) {
 }
 
 VX_API const PolyType *MeshPolygonType(const MeshPolygon *polygon) {
-    return polygon != nullptr ? polygon->type : nullptr;
+    return polygon != nullptr ? polygon->type() : nullptr;
 }
 
 VX_API unsigned int MeshNumVrtInPol(const MeshPolygon *polygon) {
@@ -187,11 +188,11 @@ VX_API unsigned int MeshNumVrtInPol(const MeshPolygon *polygon) {
 }
 
 VX_API MeshVertex *MeshPolVrtByIndex(const MeshPolygon *polygon, int index) {
-    // The slot after the last vertex exists and is null; below 0 nothing is read.
-    if (polygon == nullptr || index < 0 || index > static_cast<int>(polygon->count)) {
+    // The place after the last vertex reads as null; below 0 nothing is read.
+    if (polygon == nullptr || index < 0 || index >= static_cast<int>(polygon->count)) {
         return nullptr;
     }
-    return polygon->vertices != nullptr ? polygon->vertices[index] : nullptr;
+    return polygon->vertices()[index];
 }
 
 VX_API int MeshPolSetVrt(Mesh *mesh, MeshPolygon *polygon, unsigned int index, MeshVertex *vertex) {

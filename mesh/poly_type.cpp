@@ -9,6 +9,7 @@
 
 #include "foundation/failure.h"
 #include "mesh/mesh.h"
+#include "mesh/position_read.h"
 
 namespace vx::mesh {
 
@@ -35,13 +36,14 @@ const PolyType *find(const Registry &r, std::uint32_t code) noexcept {
     return nullptr;
 }
 
-// The box of the polygon's vertex positions, read through each vertex's own mesh.
-int vertex_bounds(const Mesh *, const MeshPolygon *polygon, float box[6]) {
+// The box of the polygon's vertex positions as the mesh sees them.
+int vertex_bounds(const Mesh *mesh, const MeshPolygon *polygon, float box[6]) {
     bool any = false;
+    const PositionSource source(mesh);
     for (unsigned i = 0; i < polygon->count; ++i) {
-        const MeshVertex *vertex = polygon->vertices[i];
+        const MeshVertex *vertex = polygon->vertices()[i];
         if (vertex == nullptr) continue;
-        const float *p = vertex->mesh->positions.get(vertex->slot);
+        const float *p = source.get(vertex);
         for (int k = 0; k < 3; ++k) {
             if (!any || p[k] < box[k]) box[k] = p[k];
             if (!any || p[k] > box[k + 3]) box[k + 3] = p[k];
@@ -112,8 +114,14 @@ unsigned poly_type_count() noexcept {
 }
 
 const PolyType *poly_type_at(unsigned index) noexcept {
+    static const PolyType no_type{};
+    if (index == kNoPolyType) return &no_type;
     Registry &r = registry();
     return index < r.count.load(std::memory_order_acquire) ? &r.types[index] : nullptr;
+}
+
+unsigned poly_type_index(const PolyType *type) noexcept {
+    return static_cast<unsigned>(type - registry().types);
 }
 
 bool poly_type_set_meta(const PolyType *type, MeshMetaClass *cls) noexcept {
@@ -133,7 +141,7 @@ void poly_types_mesh_initialize(Mesh *mesh) {
 }
 
 bool poly_type_bounds(const Mesh *mesh, const MeshPolygon *polygon, float box[6]) noexcept {
-    PolyTypeBoundsFunc bounds = polygon->type->bounds.load(std::memory_order_acquire);
+    PolyTypeBoundsFunc bounds = polygon->type()->bounds.load(std::memory_order_acquire);
     return bounds != nullptr && bounds(mesh, polygon, box) != 0;
 }
 

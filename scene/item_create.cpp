@@ -49,6 +49,15 @@ void give_back_serial(Cinema &scene, std::uint32_t serial) noexcept {
     }
 }
 
+// Room for one more identity. Only ever grown: reserving less than the table holds room for
+// would rehash it smaller, and a failed edit would then leave the table of another size.
+void grow_idents(Cinema &scene) {
+    const auto room = static_cast<double>(scene.by_ident.bucket_count()) *
+                      static_cast<double>(scene.by_ident.max_load_factor());
+    if (room < static_cast<double>(scene.by_ident.size() + 1))
+        scene.by_ident.reserve(scene.by_ident.size() + 1);
+}
+
 TypeItems *list_of(Cinema &scene, const CinePackage *type) noexcept {
     for (TypeItems &list : scene.item_lists) {
         if (list.type == type) return &list;
@@ -91,7 +100,7 @@ struct PresenceEdit {
         } else {
             list->items.reserve(list->items.size() + 1);
         }
-        scene->by_ident.reserve(scene->by_ident.size() + 1);
+        grow_idents(*scene);
     }
 
     void apply(int direction) {
@@ -177,7 +186,7 @@ void build(CineItem &item, Cinema &scene, CinePackage &type) {
 // the tables when they prepare.
 void keep_room(Cinema &scene, const CineItem &item) noexcept {
     try {
-        scene.by_ident.reserve(scene.by_ident.size() + 1);
+        grow_idents(scene);
         scene.item_lists.reserve(scene.item_lists.size() + 1);
         if (TypeItems *list = list_of(scene, item.type))
             list->items.reserve(list->items.size() + 1);
@@ -199,6 +208,8 @@ CineItem &create_item(Cinema &scene, std::uint32_t type) {
     edit->list_at = scene.item_lists.size();
     edit->item_at = kNoIndex;
     edit.hand_over(1);
+    const SceneClient *client = scene_client();
+    if (client != nullptr && client->item_made != nullptr && !scene.making) client->item_made(item);
     // Counted only once the item exists, so a failed creation leaves the next number alone.
     ++scene.next_ident;
     keep_room(scene, item);
@@ -220,6 +231,8 @@ void delete_item(CineItem &item) {
         }
         for (const auto &[from, to] : links) unlink(*graph, from, to);
     }
+    const SceneClient *client = scene_client();
+    if (client != nullptr && client->item_deleting != nullptr) client->item_deleting(item);
     // The item's entries in actions stay, as they do when its creation is undone: nothing reads
     // them while the item is out, and they go with the item once it leaves for good.
     Edit<PresenceEdit> edit(&item, &scene, scene.id);
@@ -236,6 +249,14 @@ void free_item(CineItem *item, bool scene_alive, bool tell_client) noexcept {
             client->item_unmade(*item);
         }
         if (item->serial != kNoIndex) give_back_serial(*item->scene, item->serial);
+        // The room its links had in the scene's graphs goes with the item: an item made and
+        // taken back by a failed edit leaves nothing behind.
+        for (LinkGraph *graph : item->scene->graphs) {
+            std::erase_if(graph->nodes, [&](const auto &entry) {
+                return entry.first.object == item && entry.second.forward.empty() &&
+                       entry.second.reverse.empty();
+            });
+        }
     }
     for (PackageEntry &entry : item->chain) {
         if (entry.object != nullptr) com::release(entry.object);

@@ -22,6 +22,13 @@ struct SceneClient {
     // The item is leaving its scene for good (its record is about to be freed): forget
     // everything kept about it.
     void (*item_unmade)(CineItem &item) noexcept;
+    // The item has just been made, inside the edit that makes it (not while a scene loads):
+    // make, as part of that edit, what the modules above keep for it. May fail; the creation
+    // then fails and takes back everything.
+    void (*item_made)(CineItem &item);
+    // The item is being deleted, inside the delete edit: take away, as part of that edit, what
+    // the modules above keep for it (a clip's own action). May fail; the delete then fails.
+    void (*item_deleting)(CineItem &item);
 };
 
 void set_scene_client(const SceneClient *client) noexcept;

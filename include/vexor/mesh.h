@@ -115,11 +115,13 @@ VX_API MeshVertex *MeshNewVertex(Mesh *mesh, const double position[3]);
  * made), or null for a null or dead vertex. Announces MESH_CHANGE_VERTICES and
  * MESH_CHANGE_POSITIONS. */
 VX_API const float *MeshVertexSet(Mesh *mesh, MeshVertex *vertex, const double position[3]);
-/* Read a position. Return 1, or 0 (out untouched) for a null vertex. The vertex is read
- * through the mesh it belongs to, so an instance reads its source's positions. */
+/* Read a position as `mesh` sees it: through the mesh's position map (VMapFindForMesh), so an
+ * instance with a position map of its own laid over its source's reads its own values. A null
+ * mesh, or a vertex that map has no value for, reads the position stored by the vertex's own
+ * mesh. Return 1, or 0 (out untouched) for a null vertex. */
 VX_API int MeshVertexPos(const Mesh *mesh, const MeshVertex *vertex, double position[3]);
 VX_API int MeshVertexPosF(const Mesh *mesh, const MeshVertex *vertex, float position[3]);
-/* The stored position itself (three floats), or null. */
+/* The position itself (three floats, read as by MeshVertexPos), or null. */
 VX_API const float *MeshVertexPosV(const Mesh *mesh, const MeshVertex *vertex);
 
 /* A polygon of the type with that code ('FACE', 'CURV', ...) with `count` vertex slots, all
@@ -227,7 +229,8 @@ VX_API uint32_t PolyTypeFlipFlags(const PolyType *type);
  * made before on first use. Returns 1, or 0 when the type already has another class. */
 VX_API int PolyTypeSetMetaClass(const PolyType *type, MeshMetaClass *metaClass);
 VX_API MeshMetaClass *PolyTypeMetaClass(const PolyType *type);
-/* The type's bounding-box operation: by default the box of the polygon's vertex positions. */
+/* The type's bounding-box operation: by default the box of the polygon's vertex positions as
+ * the mesh sees them (MeshVertexPos). */
 VX_API void PolyTypeSetBounds(const PolyType *type, PolyTypeBoundsFunc bounds);
 VX_API int PolyTypeBounds(const Mesh *mesh, const MeshPolygon *polygon, float box[6]);
 

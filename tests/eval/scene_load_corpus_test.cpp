@@ -24,11 +24,10 @@ class SceneLoadCorpus : public ::testing::Test {
     void SetUp() override {
         VxLogSetSink(quiet_sink, nullptr);
         UndoSysStartup();
-        CinemaStartup();
-        fuzz::define_scene_packages();
+        fuzz::start_session();
     }
     void TearDown() override {
-        CinemaShutdown();
+        fuzz::stop_session();
         UndoSysShutdown();
         VxLogSetSink(nullptr, nullptr);
     }

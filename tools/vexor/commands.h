@@ -18,11 +18,15 @@ struct Subcommand {
     const char *help;  // the full help, ending in a newline
 };
 
+int vexor_adjust(int argc, char **argv);
+int vexor_blend(int argc, char **argv);
 int vexor_demo(int argc, char **argv);
 int vexor_env(int argc, char **argv);
 int vexor_gallery(int argc, char **argv);
 int vexor_image(int argc, char **argv);
 int vexor_scene(int argc, char **argv);
+int vexor_subd(int argc, char **argv);
+int vexor_polygon(int argc, char **argv);
 
 // In the order `vexor --help` lists them.
 inline constexpr Subcommand kSubcommands[] = {
@@ -32,7 +36,9 @@ inline constexpr Subcommand kSubcommands[] = {
      "\n"
      "Builds a scene of a few items whose channels are keyed and set in layered\n"
      "actions (a bouncing ball, a sliding ball and a blend item whose modifier drives\n"
-     "its output from its inputs and the time), undoes and redoes a key, evaluates\n"
+     "its output from its inputs and the time, and a third ball animated by two\n"
+     "action clips, \"walk\" and \"jump\", kept in a group and switched at 1 s),\n"
+     "undoes and redoes a key, evaluates\n"
      "the scene frame by frame, prints a table of the channels and draws them over\n"
      "time with their keys. Last it saves the scene to vexor-demo.vxr, loads the file\n"
      "back as a second scene and checks that both evaluate alike.\n"
@@ -89,8 +95,9 @@ inline constexpr Subcommand kSubcommands[] = {
      "usage: vexor scene show FILE\n"
      "       vexor scene plot FILE [options]\n"
      "\n"
-     "show lists a scene file's items (type, channels, parent) and its actions with\n"
-     "what each holds: keyed, constant or removed channels. plot evaluates the scene\n"
+     "show lists a scene file's items (type, channels, parent), its groups with their\n"
+     "members, its action clips with their state, and its actions with what each\n"
+     "holds: keyed, constant or removed channels. plot evaluates the scene\n"
      "through an action over a span of time, prints every channel whose value changes\n"
      "frame by frame and draws them to an SVG picture with their keys. Scene files\n"
      "are written by 'vexor demo' (vexor-demo.vxr) and by hosts of the library.\n"
@@ -113,4 +120,76 @@ inline constexpr Subcommand kSubcommands[] = {
      "megapixels are refused.\n"
      "\n"
      "example: vexor image convert render.exr preview.png\n"},
+    {"subd", "draw a cube and a five-sided face subdivided at levels 0 to 3", vexor_subd,
+     "usage: vexor subd\n"
+     "       vexor subd --svg PATH\n"
+     "\n"
+     "Builds a cube and a lone five-sided face (one corner lifted) of subdivision\n"
+     "surface polygons, sets their level from 1 to 3 and draws each level in a row:\n"
+     "the cage dashed in grey, the quads of the refined surface in blue and the\n"
+     "limit positions of the cage's corners as red dots (level 0 shows the cage and\n"
+     "its limit corners only). Prints the number of refined quads and the limit of\n"
+     "the first corner at each level.\n"
+     "\n"
+     "  --svg PATH   where to write the picture (default: vexor-subd.svg)\n"},
+    {"polygon", "test a grid of points against a polygon and draw it", vexor_polygon,
+     "usage: vexor polygon [FILE] [options]\n"
+     "\n"
+     "Builds a polygon from FILE (one vertex a line, \"x y [z]\"; # starts a comment;\n"
+     "at most 10000 vertices) or, without a file, a star; tests a grid of points\n"
+     "against it with a boundary band, prints what the polygon tests find (vertex\n"
+     "count and winding, the corner normal at vertex 0, the axis the point tests\n"
+     "drop, first-corner and all-corner convexity, validity, the grid's counts) and\n"
+     "draws the polygon with its points coloured inside, outside and on the band.\n"
+     "The band lies along the vertices, nearly level edges and the edges that run\n"
+     "downward in the plane's v direction only; the picture marks those edges.\n"
+     "\n"
+     "  --star N     the built-in star's number of points (default: 5)\n"
+     "  --grid N     test points per side, 2 to 200 (default: 41)\n"
+     "  --band T     the band's half-width (default: a fiftieth of the polygon's size)\n"
+     "  --svg PATH   where to write the picture (default: vexor-polygon.svg)\n"
+     "\n"
+     "example: vexor polygon --star 7 --grid 61\n"},
+    {"adjust", "change a picture's hue, saturation, colour and levels as a render output does",
+     vexor_adjust,
+     "usage: vexor adjust IN OUT [options]\n"
+     "\n"
+     "Reads a PNG or EXR picture, puts every pixel through a render output's colour\n"
+     "operations and writes the result as the format OUT's name ends in: .png (8-bit)\n"
+     "or .exr (32-bit float, values above 1 kept). First hue and saturation: the\n"
+     "pixel's hue is turned, its saturation scaled (saturation pushed past 1 brightens\n"
+     "the pixel instead) and it moves towards the colorization colour; then the output\n"
+     "levels. Grey pictures come out as colour ones; alpha is kept. It prints which\n"
+     "operations ran.\n"
+     "\n"
+     "  --hue DEGREES          turn the hue (0 to 360; negative turns the other way)\n"
+     "  --saturation F         multiply the saturation by F (0 makes grey)\n"
+     "  --colorize R,G,B       move every pixel towards this colour ...\n"
+     "  --amount A             ... by A, 0 to 1 (default: 1)\n"
+     "  --black B              input black level of the black-and-white levels: luma B\n"
+     "                         maps to the output minimum (default: 0)\n"
+     "  --out-min M            output minimum of the black-and-white levels (default: 0)\n"
+     "  --out-max M            output maximum of the black-and-white levels (default: 1);\n"
+     "                         these three scale each pixel by one factor, keeping its hue\n"
+     "  --levels-red IN0:IN1:OUT0:OUT1\n"
+     "  --levels-green IN0:IN1:OUT0:OUT1\n"
+     "  --levels-blue IN0:IN1:OUT0:OUT1\n"
+     "                         map the component's input range IN0..IN1 onto OUT0..OUT1,\n"
+     "                         after the black-and-white levels\n"
+     "\n"
+     "example: vexor adjust render.exr graded.png --hue 30 --saturation 1.2 \\\n"
+     "             --black 0.05 --levels-blue 0:1:0.1:0.9\n"},
+    {"blend", "a picture of the fifteen blend modes of texture layers", vexor_blend,
+     "usage: vexor blend [--png PATH] [--opacity O] [--cell N]\n"
+     "\n"
+     "Blends the same two ramps by each of the fifteen blend modes of texture layers\n"
+     "and draws the results as a labelled grid: the base is a horizontal gradient of\n"
+     "colours (blue to yellow, left to right), the layer a vertical one (cyan to red,\n"
+     "top to bottom). Prints each mode's colour at the centre of its cell.\n"
+     "\n"
+     "  --png PATH    where to write the picture (default: vexor-blend.png)\n"
+     "  --opacity O   the layer's opacity, -4 to 4 (default: 1)\n"
+     "  --cell N      the size of one cell in pixels, 32 to 1024 (default: 160)\n"
+     "\n"
+     "example: vexor blend --opacity 0.5 --png half.png\n"},
 };

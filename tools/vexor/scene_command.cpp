@@ -1,5 +1,6 @@
 // `vexor scene show FILE`: what a scene file holds: its items with their types, parents and
-// channels, and its actions with what they hold for each item.
+// channels, its groups with their members and its clips with their state, and its actions with
+// what they hold for each item.
 // `vexor scene plot FILE`: the scene evaluated through an action over a span of time; every
 // channel whose value changes is printed frame by frame and drawn to an SVG picture.
 #include <cmath>
@@ -19,7 +20,9 @@
 #include <vexor/undo.h>
 
 #include "curve_plot.h"
+#include "demo_clips.h"
 #include "demo_types.h"
+#include "xfrm_demo.h"
 
 namespace {
 
@@ -37,10 +40,12 @@ class Session {
     Session() {
         UndoSysStartup();
         CinemaStartup();
+        groups_ = start_group_modules();
         define_demo_types();
     }
     ~Session() {
         if (scene_ != nullptr) CinemaDestroy(scene_);
+        if (groups_) stop_group_modules();
         CinemaShutdown();
         UndoSysShutdown();
     }
@@ -57,6 +62,7 @@ class Session {
 
   private:
     Cinema *scene_ = nullptr;
+    bool groups_ = false;
 };
 
 const char *state_name(int state) {
@@ -88,6 +94,8 @@ int show(int argc, char **argv) {
                     parent != nullptr ? CineItemUniqueName(parent) : "",
                     CineItemHidden(item) != 0 ? ", hidden" : "");
     }
+    print_xfrm_chains(scene);
+    print_groups_and_clips(stdout, scene);
     std::printf("Actions, in evaluation order first:\n");
     std::vector<CineAction *> actions;
     for (unsigned i = 0; i < CineActionOrderCount(scene); ++i) {

@@ -8,6 +8,8 @@
 // One key is set, undone and redone. Then one shared evaluator reads the channels frame by
 // frame for a table and samples them for an SVG picture with their keys. Last, the scene is
 // saved to a scene file, loaded back as a second scene, and both are read side by side.
+// A third ball, "Hopper", is animated only by two action clips, "walk" and "jump", kept in a
+// group; the clips are switched over the frame range, so its channels walk, then jump.
 #include <cstdio>
 #include <cstring>
 #include <initializer_list>
@@ -27,7 +29,9 @@
 #include <vexor/version.h>
 
 #include "curve_plot.h"
+#include "demo_clips.h"
 #include "demo_types.h"
+#include "xfrm_demo.h"
 
 namespace {
 
@@ -82,6 +86,8 @@ struct Scene {
     CineItem *bounce = nullptr;
     CineItem *slide = nullptr;
     CineItem *blend = nullptr;
+    XfrmDemo xfrm;
+    DemoClips clips;
 };
 
 bool build(Scene &s) {
@@ -117,7 +123,7 @@ bool build(Scene &s) {
          CineActionSetConstant(scene, s.blend, channel(s.blend, "inputB"), 0.5) != 0 &&
          CineActionSetConstant(scene, s.blend, channel(s.blend, "weightA"), 0.8) != 0 &&
          CineActionSetConstant(scene, s.blend, channel(s.blend, "timeWeight"), -0.25) != 0;
-    return ok;
+    return ok && build_demo_clips(s.cinema, s.clips) && build_xfrm_demo(s.cinema, s.xfrm);
 }
 
 // One key set on the bounce through the action, undone and redone through the undo system.
@@ -139,6 +145,16 @@ void show_undo(Scene &s, CineEval *eval) {
     std::printf("  redone:            %8.4f\n", height());
     UndoSysUndo();
     std::printf("  undone again for the table and the picture: %.4f\n\n", height());
+}
+
+// The groups and clips of the scene, and the clip character's channels for the table and the
+// picture.
+void show_clips(Scene &s, CineEval *eval, std::vector<PlottedCurve> &curves) {
+    std::printf("Groups and action clips (%s switches from \"walk\" to \"jump\" at %g s):\n",
+                CineItemUniqueName(s.clips.hopper), kJumpAt);
+    print_groups_and_clips(stdout, s.cinema);
+    std::printf("\n");
+    for (PlottedCurve &curve : clip_curves(eval, s.clips)) curves.push_back(std::move(curve));
 }
 
 // A channel read through the evaluator, drawn with the keys of the envelope that governs it.
@@ -211,16 +227,20 @@ int run(Scene &s, const char *svg_path) {
     std::printf("\nModifier nodes: %u\n\n", CinemaModNodeCount(s.cinema));
     show_undo(s, eval);
 
-    const std::vector<PlottedCurve> curves = {
+    std::vector<PlottedCurve> curves = {
         channel_curve(eval, s.bounce, "pos.Y"), channel_curve(eval, s.bounce, "squash"),
         channel_curve(eval, s.slide, "pos.X"),  channel_curve(eval, s.slide, "pos.Y"),
         channel_curve(eval, s.blend, "inputA"), channel_curve(eval, s.blend, "output"),
     };
+    show_clips(s, eval, curves);
+    for (PlottedCurve &curve : xfrm_demo_curves(eval, s.xfrm)) curves.push_back(std::move(curve));
     const PlotSpan span{0.0, 2.0};
-    std::printf("Channels every sixth frame (%g frames per second):\n", kFps);
+    print_xfrm_chains(s.cinema);
+    std::printf("\nChannels every sixth frame (%g frames per second):\n", kFps);
     print_value_table(stdout, curves, span, kFps, 6);
     const bool written =
-        write_curve_plot(svg_path, curves, span, "vexor demo: channels of a scene over time");
+        write_curve_plot(svg_path, curves, span, "vexor demo: channels of a scene over time",
+                         {xfrm_demo_paths(eval, s.xfrm, span, kFps)});
     CineEvalDestroy(eval);
     if (!written) {
         std::perror(("vexor demo: writing " + std::string(svg_path)).c_str());
@@ -237,11 +257,12 @@ int vexor_demo(int argc, char **argv) {
     if (!read_svg_option("demo", argc, argv, &svg_path)) return 2;
     UndoSysStartup();
     CinemaStartup();
+    const bool groups = start_group_modules();
     Scene scene;
     int code = 1;
     // The scene is built outside the undo history, so the one step shown is the key below.
     UndoSysSuspend();
-    const bool built = build(scene);
+    const bool built = groups && build(scene);
     UndoSysResume();
     if (built) {
         code = run(scene, svg_path);
@@ -250,6 +271,7 @@ int vexor_demo(int argc, char **argv) {
     }
     UndoSysClear();
     if (scene.cinema != nullptr) CinemaDestroy(scene.cinema);
+    if (groups) stop_group_modules();
     CinemaShutdown();
     UndoSysShutdown();
     return code;

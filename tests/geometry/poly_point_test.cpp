@@ -1,0 +1,122 @@
+// Point-in-polygon tests: the tie-breaks on the boundary, the band with its one-sided edges, and
+// agreement with an independent winding-number count on random star polygons.
+#include <cmath>
+#include <random>
+
+#include "geometry/poly_fixture.h"
+
+namespace vx::test {
+namespace {
+
+using PolygonPoint = PolygonTest;
+
+// The unit square in both windings, t = 0.001. The band covers the left edge only when it runs
+// downward in y (counter-clockwise), the right edge only clockwise.
+TEST_F(PolygonPoint, TheSquaresBoundaryAnswersByEdgeDirection) {
+    struct Row {
+        double x, y;
+        int pos;                // PolygonTestPos, either winding
+        int ccw_band, cw_band;  // PolygonTestPosTol
+    };
+    const Row rows[] = {
+        {0.5, 0.5, 1, 1, 1},      {1.5, 0.5, 0, -1, -1},     {0.0005, 0.5, 1, 0, 1},
+        {-0.0005, 0.5, 0, 0, -1}, {0.9995, 0.5, 1, 1, 0},    {1.0005, 0.5, 0, -1, 0},
+        {0.5, 0.0005, 1, 0, 0},   {0.0003, 1.0004, 0, 0, 0}, {0.5, 0.0, 1, 0, 0},
+        {0.5, 1.0, 0, 0, 0},
+    };
+    MeshPolygon *ccw = polygon(kUnitSquare);
+    MeshPolygon *cw = polygon(reversed(kUnitSquare));
+    const AxisTest z = drop(2);
+    for (const Row &row : rows) {
+        SCOPED_TRACE(testing::Message() << row.x << ", " << row.y);
+        const double p[3] = {row.x, row.y, 9.0};
+        EXPECT_EQ(PolygonTestPos(mesh_, ccw, &z, p), row.pos);
+        EXPECT_EQ(PolygonTestPos(mesh_, cw, &z, p), row.pos);
+        EXPECT_EQ(PolygonTestPosTol(mesh_, ccw, &z, p, 0.001), row.ccw_band);
+        EXPECT_EQ(PolygonTestPosTol(mesh_, cw, &z, p, 0.001), row.cw_band);
+    }
+    const double inside[3] = {0.0005, 0.5, 0.0};
+    EXPECT_EQ(PolygonTestPosTol(mesh_, ccw, &z, inside, 0.0), 1) << "no band";
+    EXPECT_EQ(PolygonTestPosTol(mesh_, ccw, &z, inside, -1.0), 1) << "no band";
+}
+
+// A winding number from the angles the edges subtend: an independent notion of inside.
+int winding(const std::vector<std::array<double, 2>> &loop, double x, double y) {
+    double turn = 0.0;
+    for (std::size_t i = 0; i < loop.size(); ++i) {
+        const auto &a = loop[i];
+        const auto &b = loop[(i + 1) % loop.size()];
+        turn += std::atan2((a[0] - x) * (b[1] - y) - (a[1] - y) * (b[0] - x),
+                           (a[0] - x) * (b[0] - x) + (a[1] - y) * (b[1] - y));
+    }
+    return static_cast<int>(std::lround(turn / 6.283185307179586));
+}
+
+double boundary_distance(const std::vector<std::array<double, 2>> &loop, double x, double y) {
+    double best = 1e300;
+    for (std::size_t i = 0; i < loop.size(); ++i) {
+        const auto &a = loop[i];
+        const auto &b = loop[(i + 1) % loop.size()];
+        const double dx = b[0] - a[0], dy = b[1] - a[1];
+        double t = ((x - a[0]) * dx + (y - a[1]) * dy) / (dx * dx + dy * dy);
+        t = t < 0 ? 0 : (t > 1 ? 1 : t);
+        best = std::fmin(best, std::hypot(x - a[0] - t * dx, y - a[1] - t * dy));
+    }
+    return best;
+}
+
+// Random star polygons in each coordinate plane and either winding, with vertex rays lined up
+// with some test points so that lines through vertices are common.
+TEST_F(PolygonPoint, AgreesWithTheWindingNumberAndTheFloatFormsAgreeWithTheDoubleForms) {
+    std::mt19937 random(18);
+    std::uniform_real_distribution<float> unit(-1.5f, 1.5f);
+    int checked = 0;
+    for (int round = 0; round < 60; ++round) {
+        const std::size_t axis = static_cast<std::size_t>(round % 3);
+        const int n = 3 + round * 7 % 40;
+        std::vector<std::array<double, 2>> loop;
+        std::vector<Point> points;
+        for (int i = 0; i < n; ++i) {
+            const double angle = 6.283185307179586 * i / n;
+            const double radius = i % 2 == 0 ? 1.0 : 0.25 + 0.5 * (round % 5) / 5.0;
+            // Radii and angles rounded to floats: positions are stored as floats.
+            const std::array<double, 2> uv = {static_cast<float>(radius * std::cos(angle)),
+                                              static_cast<float>(radius * std::sin(angle))};
+            loop.push_back(uv);
+            Point p{};
+            p[(axis + 1) % 3] = uv[0];
+            p[(axis + 2) % 3] = uv[1];
+            p[axis] = 0.75;  // the test points' own third coordinate varies
+            points.push_back(p);
+        }
+        if (round % 2 == 1) {
+            loop = {loop.rbegin(), loop.rend()};
+            points = reversed(points);
+        }
+        MeshPolygon *star = polygon(points);
+        AxisTest test;
+        ASSERT_EQ(PolygonSetTestAxis(mesh_, star, &test), 1);
+        ASSERT_EQ(test.axis, static_cast<int>(axis))
+            << "the corner normal lies along the plane's axis";
+        for (int k = 0; k < 200; ++k) {
+            float f[3] = {unit(random), unit(random), unit(random)};
+            if (k % 4 == 0)
+                f[(axis + 2) % 3] = static_cast<float>(loop[static_cast<std::size_t>(k % n)][1]);
+            const double d[3] = {f[0], f[1], f[2]};
+            const double x = d[(axis + 1) % 3], y = d[(axis + 2) % 3];
+            const int pos = PolygonTestPos(mesh_, star, &test, d);
+            EXPECT_EQ(PolygonTestPosF(mesh_, star, &test, f), pos);
+            const int band = PolygonTestPosTol(nullptr, star, &test, d, 1e-4);
+            EXPECT_EQ(PolygonTestPosTolF(nullptr, star, &test, f, 1e-4), band);
+            if (boundary_distance(loop, x, y) < 1e-3) continue;
+            const int inside = winding(loop, x, y) != 0 ? 1 : 0;
+            ASSERT_EQ(pos, inside) << round << " " << x << " " << y;
+            ASSERT_EQ(band, inside != 0 ? 1 : -1) << round << " " << x << " " << y;
+            ++checked;
+        }
+    }
+    EXPECT_GT(checked, 8000);
+}
+
+}  // namespace
+}  // namespace vx::test

@@ -1,0 +1,246 @@
+// Transform types and chains: codes, channels and tags; adding, finding and moving members;
+// standard members with their pairs; legacy channel names; settings; atomic chain edits.
+#include <memory>
+
+#include "support/atomicity.h"
+#include "xfrm_fixture.h"
+
+namespace vx::test {
+namespace {
+
+TEST_F(XfrmTest, TypesHaveTheirCodesSupersChannelsAndTags) {
+    struct Type {
+        const char *name;
+        uint32_t code, super;
+    };
+    const Type types[] = {{"xfrmcore", 24, 0},     {"locator", 3, 24},      {"camera", 6, 3},
+                          {"light", 5, 3},         {"groupLocator", 17, 3}, {"transform", 18, 0},
+                          {"translation", 19, 18}, {"rotation", 20, 18},    {"scale", 21, 18},
+                          {"shear", 22, 18}};
+    for (const Type &t : types) {
+        EXPECT_EQ(CineLookupType(t.name), t.code) << t.name;
+        EXPECT_EQ(CineLookupSuper(t.code), t.super) << t.name;
+    }
+    CineItem *camera = CineItemCreate(scene, XFRM_TYPE_CAMERA);
+    const char *core[] = {"localMatrix",   "parentMatrix",  "wposMatrix",    "wrotMatrix",
+                          "wsclMatrix",    "wpivPosMatrix", "wpivRotMatrix", "worldMatrix",
+                          "wParentMatrix", "inheritPos",    "inheritRot",    "inheritScl"};
+    for (int i = 0; i < 12; ++i) EXPECT_EQ(CineItemLookupChannel(camera, core[i]), i) << core[i];
+    CineEval *eval = CineEvalCreate(scene);
+    CineEvalSetAction(eval, CineActionGetDefault(scene, 9));
+    EXPECT_EQ(CineEvalChannelInt(eval, camera, 10), 1);  // inherits by default
+    CineItem *rotation = CineItemCreate(scene, XFRM_TYPE_ROTATION);
+    EXPECT_EQ(CineItemLookupChannel(rotation, "matrix"), 0);
+    EXPECT_EQ(CineItemLookupChannel(rotation, "rot.X"), 2);
+    EXPECT_EQ(CineItemLookupChannel(rotation, "order"), 5);
+    EXPECT_EQ(CineItemLookupChannel(CineItemCreate(scene, XFRM_TYPE_SHEAR), "shearYZ"), 4);
+    EXPECT_EQ(CineEvalChannel(eval, CineItemCreate(scene, XFRM_TYPE_SCALE), 3), 1.0);
+
+    EXPECT_EQ(CineTypeIsMask(XFRM_TYPE_GROUP_LOCATOR), 1);
+    EXPECT_EQ(CineTypeIsMask(XFRM_TYPE_LOCATOR), 0);
+    EXPECT_STREQ(CineTypeGetTag(XFRM_TYPE_ROTATION, "deformation.channel", 0), "deformation");
+    EXPECT_STREQ(CineTypeGetTag(XFRM_TYPE_CAMERA, "deformation.channel", 1), "deformation");
+    EXPECT_NE(CineTypeGetTag(XFRM_TYPE_LIGHT, "pkg.createCmd", 0), nullptr);
+    EXPECT_STREQ(CinemaGraphName(XfrmCoreGraph(scene)), "xfrmCore");
+    EXPECT_STREQ(CinemaGraphName(XfrmLocalGraph(scene)), "xfrmLocal");
+}
+
+TEST_F(XfrmTest, MembersAreAddedFoundAndMovedInOrder) {
+    CineItem *loc = locator("Loc");
+    EXPECT_EQ(XfrmGetTransformArray(loc, nullptr, 0), 0u);
+    EXPECT_EQ(XfrmGetFirstTransform(loc), nullptr);
+    CineItem *s1 = XfrmAddTransformItem(loc, XFRM_TYPE_SCALE);
+    CineItem *r = XfrmAddTransformItem(loc, XFRM_TYPE_ROTATION);
+    CineItem *t = XfrmAddTransformItem(loc, XFRM_TYPE_TRANSLATION);
+    CineItem *s2 = XfrmAddTransformItem(loc, XFRM_TYPE_SCALE);
+    ASSERT_NE(s2, nullptr);
+    EXPECT_EQ(chain(loc), (std::vector<CineItem *>{s1, r, t, s2}));
+    EXPECT_EQ(XfrmGetFirstTransform(loc), s1);
+    EXPECT_EQ(XfrmGetLastTransform(loc), s2);
+    EXPECT_EQ(XfrmFindTransformOfType(loc, XFRM_TYPE_SCALE, 1), s1);
+    EXPECT_EQ(XfrmFindTransformOfType(loc, XFRM_TYPE_SCALE, 0), s2);
+    EXPECT_EQ(XfrmFindTransformOfType(loc, XFRM_TYPE_SHEAR, 1), nullptr);
+    EXPECT_EQ(XfrmFindTransformOfType(loc, XFRM_TYPE_TRANSFORM, 1), nullptr);  // exact type
+    EXPECT_EQ(XfrmRootItem(r), loc);
+    EXPECT_EQ(XfrmRootItem(loc), nullptr);
+
+    EXPECT_EQ(XfrmAddTransformItem(loc, XFRM_TYPE_LOCATOR), nullptr);
+    EXPECT_TRUE(logged("XfrmAddTransformItem:  Unable to create transform item, unknown type"));
+    EXPECT_EQ(XfrmAddTransformItem(r, XFRM_TYPE_SCALE), nullptr);  // a transform is not placed
+
+    struct Move {
+        CineItem *what;
+        CineItem *target;
+        int after;
+        int result;
+        std::vector<CineItem *> chain;
+    };
+    const Move moves[] = {
+        {s2, r, 0, 1, {s1, s2, r, t}},  {s1, t, 1, 1, {s2, r, t, s1}},
+        {s1, s1, 1, 0, {s2, r, t, s1}}, {loc, r, 0, 0, {s2, r, t, s1}},
+        {s2, s1, 1, 1, {r, t, s1, s2}}, {t, r, 0, 1, {t, r, s1, s2}},
+    };
+    for (const Move &m : moves) {
+        EXPECT_EQ(XfrmMoveRelative(m.what, m.target, m.after), m.result);
+        EXPECT_EQ(chain(loc), m.chain);
+    }
+    // Each move is one undo step.
+    ASSERT_EQ(UndoSysUndo(), 1);
+    EXPECT_EQ(chain(loc), (std::vector<CineItem *>{r, t, s1, s2}));
+
+    // Into another chain, and onto a transform that is in none.
+    CineItem *other = locator("Other");
+    CineItem *lone = XfrmAddTransformItem(other, XFRM_TYPE_SHEAR);
+    EXPECT_EQ(XfrmMoveRelative(r, lone, 1), 1);
+    EXPECT_EQ(chain(other), (std::vector<CineItem *>{lone, r}));
+    EXPECT_EQ(chain(loc), (std::vector<CineItem *>{t, s1, s2}));
+    EXPECT_EQ(XfrmRootItem(r), other);
+    CineItem *free = CineItemCreate(scene, XFRM_TYPE_TRANSLATION);
+    EXPECT_EQ(XfrmMoveRelative(t, free, 0), 0);
+    EXPECT_TRUE(logged("XfrmMoveRelative:  Error - core transform not found"));
+    EXPECT_EQ(chain(loc), (std::vector<CineItem *>{t, s1, s2}));
+}
+
+TEST_F(XfrmTest, StandardMembersTakeTheirPlacesAndPivotsComeInPairs) {
+    CineItem *loc = locator();
+    EXPECT_EQ(XfrmGetStdTransform(loc, XFRM_KIND_TRANSLATION, 0), nullptr);
+    CineItem *t = XfrmGetStdTransform(loc, XFRM_KIND_TRANSLATION, 1);
+    ASSERT_NE(t, nullptr);
+    EXPECT_EQ(CineItemType(t), XFRM_TYPE_TRANSLATION);
+    EXPECT_EQ(XfrmGetStdTransform(loc, XFRM_KIND_TRANSLATION, 1), t);
+    CineItem *user = XfrmAddTransformItem(loc, XFRM_TYPE_ROTATION);  // not a standard member
+    CineItem *s = XfrmGetStdTransform(loc, XFRM_KIND_SCALE, 1);
+    CineItem *r = XfrmGetStdTransform(loc, XFRM_KIND_ROTATION, 1);
+    EXPECT_EQ(kinds(loc), "scale rotation translation -");
+    const unsigned steps = UndoSysUndoCount();
+    CineItem *pivot = XfrmAddStdTransform(loc, XFRM_KIND_PIVOT);
+    ASSERT_NE(pivot, nullptr);
+    EXPECT_EQ(UndoSysUndoCount(), steps + 1);  // the pair is one step
+    EXPECT_EQ(kinds(loc), "pivotComp scale rotation pivot translation -");
+    CineItem *comp = XfrmGetStdTransformByName(loc, "pivotComp");
+    ASSERT_NE(comp, nullptr);
+    CineItem *partner = nullptr;
+    EXPECT_EQ(XfrmGetPreTransformArray(comp, &partner, 1), 1u);  // the pivot links to it
+    EXPECT_EQ(partner, pivot);
+    XfrmGetStdTransform(loc, XFRM_KIND_PIVOT_ROT_COMP, 1);
+    XfrmGetStdTransform(loc, XFRM_KIND_SHEAR, 1);
+    EXPECT_EQ(kinds(loc),
+              "pivotComp pivotRotationComp scale shear rotation pivotRotation pivot translation -");
+
+    EXPECT_EQ(XfrmAddStdTransform(loc, XFRM_KIND_SCALE), nullptr);
+    EXPECT_TRUE(logged("XfrmAddStdTransform:  Standard transform already assigned"));
+    EXPECT_EQ(XfrmGetStdTransformByName(loc, "position"), nullptr);
+    EXPECT_EQ(XfrmGetStdTransformByName(loc, "translation"), t);
+    EXPECT_EQ(XfrmGetStdTransform(loc, 8, 1), nullptr);
+    EXPECT_EQ(XfrmGetStdTransform(t, XFRM_KIND_SCALE, 1), nullptr);
+
+    struct Legacy {
+        const char *name;
+        CineItem *transform;
+        int component, kind;
+    };
+    const Legacy legacy[] = {
+        {"pos.X", t, 2, 2},           {"rot.Y", r, 3, 1},        {"rotOrd", r, 5, 1},
+        {"scl.Z", s, 4, 0},           {"pivPos.X", pivot, 2, 3}, {"pivPosC.Y", comp, 3, 4},
+        {"visible", nullptr, -7, -1}, {"pos", nullptr, -7, -1},
+    };
+    for (const Legacy &l : legacy) {
+        int component = -7, kind = 99;
+        EXPECT_EQ(XfrmFindLegacyChannel(loc, l.name, &component, &kind), l.transform) << l.name;
+        EXPECT_EQ(component, l.component) << l.name;
+        EXPECT_EQ(kind, l.kind) << l.name;
+    }
+    int kind = 99;
+    EXPECT_EQ(XfrmFindLegacyChannel(t, "pos.X", nullptr, &kind), nullptr);
+    EXPECT_EQ(kind, -1);
+    EXPECT_NE(user, nullptr);
+
+    // Undoing the pivot takes both halves away.
+    while (UndoSysUndoCount() > steps) UndoSysUndo();
+    EXPECT_EQ(kinds(loc), "scale rotation translation -");
+}
+
+TEST_F(XfrmTest, SettingsClampTheRotationOrderAndNewRotationsTakeIt) {
+    const int orders[][2] = {{6, 4}, {-1, 4}, {0, 0}, {5, 5}, {2, 2}};
+    for (const auto &o : orders) {
+        XfrmSetDefaultRotationOrder(o[0]);
+        EXPECT_EQ(XfrmDefaultRotationOrder(), o[1]) << o[0];
+    }
+    CineItem *r = XfrmAddTransformItem(locator(), XFRM_TYPE_ROTATION);
+    EXPECT_EQ(CineActionValueInt(setup(), r, 5), 2);
+    XfrmSetDefaultRotationOrder(4);
+    XfrmSetAutoTransforms(1);
+    EXPECT_EQ(XfrmAutoTransforms(), 1);
+    XfrmSetAutoTransforms(0);
+    EXPECT_EQ(XfrmAutoTransforms(), 0);
+}
+
+// A scene with a locator whose chain has a scale, a rotation and a translation; every edit
+// under test runs on a fresh one.
+class ChainTarget : public AtomicityTarget {
+  public:
+    explicit ChainTarget(int edit) : edit_(edit) {
+        UndoSysSuspend();
+        scene_ = CinemaCreate(0);
+        loc_ = CineItemCreate(scene_, XFRM_TYPE_LOCATOR);
+        for (int kind : {XFRM_KIND_SCALE, XFRM_KIND_ROTATION, XFRM_KIND_TRANSLATION})
+            XfrmGetStdTransform(loc_, kind, 1);
+        UndoSysResume();
+        // The scene's tables grow once for more items; growing them here keeps that out of
+        // the edits under test.
+        XfrmAddStdTransform(loc_, XFRM_KIND_PIVOT);
+        XfrmAddTransformItem(loc_, XFRM_TYPE_ROTATION);
+        UndoSysUndo();
+        UndoSysUndo();
+        UndoSysClear();
+    }
+    ~ChainTarget() override {
+        UndoSysClear();
+        CinemaDestroy(scene_);
+    }
+    ChainTarget(const ChainTarget &) = delete;
+    ChainTarget &operator=(const ChainTarget &) = delete;
+    std::string snapshot() override {
+        std::string text = std::to_string(CinemaItemCount(scene_)) + " items;";
+        CineItem *members[16];
+        const unsigned n = XfrmGetTransformArray(loc_, members, 16);
+        for (unsigned i = 0; i < n; ++i) {
+            const char *tag = CineItemGetTag(members[i], XFRM_STD_TAG);
+            CineItem *pre[4];
+            text += " " + std::to_string(CineItemType(members[i])) + (tag ? tag : "-") + "<" +
+                    std::to_string(XfrmGetPreTransformArray(members[i], pre, 4));
+        }
+        return text + " steps " + std::to_string(UndoSysUndoCount());
+    }
+    bool edit() override {
+        switch (edit_) {
+            case 0:
+                return XfrmAddTransformItem(loc_, XFRM_TYPE_ROTATION) != nullptr;
+            case 1:
+                return XfrmAddStdTransform(loc_, XFRM_KIND_PIVOT) != nullptr;
+            default:
+                return XfrmMoveRelative(XfrmGetFirstTransform(loc_), XfrmGetLastTransform(loc_),
+                                        1) == 1;
+        }
+    }
+
+  private:
+    Cinema *scene_ = nullptr;
+    int edit_;
+    CineItem *loc_ = nullptr;
+};
+
+TEST_F(XfrmTest, FailedChainEditsLeaveTheSceneAsItWas) {
+    VxLogSetSink(nullptr, nullptr);  // captured lines would count as memory left behind
+    const char *names[] = {"add transform", "add pivot pair", "move"};
+    for (int edit = 0; edit < 3; ++edit) {
+        const auto report = check_atomicity(names[edit], [&]() -> std::unique_ptr<AtomicityTarget> {
+            return std::make_unique<ChainTarget>(edit);
+        });
+        EXPECT_GT(report.tried, 0u) << names[edit];
+        EXPECT_EQ(report.held + report.survived, report.tried) << names[edit];
+    }
+}
+
+}  // namespace
+}  // namespace vx::test
