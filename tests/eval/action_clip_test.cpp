@@ -1,5 +1,6 @@
 // Action clips: their own action through creation, deletion and undo; claims and releases;
 // kinds; activation as evaluation sees it; parenting; enabling.
+#include <vexor/package.h>
 #include <vexor/undo.h>
 #include <vexor/xfrm.h>
 
@@ -18,6 +19,7 @@ TEST_F(Clips, AClipsActionComesAndGoesWithTheClip) {
     EXPECT_EQ(CineActionType(action), CINE_ACTION_SCENE);
     EXPECT_EQ(ActionClipType(clip), ACTIONCLIP_KIND_ANIMATION);
     EXPECT_EQ(ActionClipFromAction(action), clip);
+    EXPECT_EQ(CineItemPackageLocal(clip, CinePackageFind("actionclip")), clip);
     EXPECT_EQ(ActionClipFromAction(CineActionGetDefault(scene, CINE_ACTION_EDIT)), nullptr);
     EXPECT_STREQ(CineActionName(action), CineItemGetTag(clip, ACTIONCLIP_ACTION_TAG));
 
