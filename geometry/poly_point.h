@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cmath>
+#include <limits>
 
 #include <vexor/axis.h>
 
@@ -25,30 +26,82 @@ auto with_reader(const mesh::PositionSource &source, Body body) {
     return body([&source](const MeshVertex *vertex) noexcept { return source.get(vertex); });
 }
 
+// Whether an edge that straddles the line v = pv crosses it at u > pu, that is whether
+//   x = (pv - cur_v) * (prev_u - cur_u) / (prev_v - cur_v) + cur_u
+// exceeds pu. Multiplying out by dv = prev_v - cur_v turns this into the sign of a - b below,
+// which needs no division; where a and b are too close for their rounding to settle it (a point
+// within about 1e-12 of the edge, relatively), x itself is computed and compared, so the answer
+// is always the one the formula gives.
+inline bool crosses_right(double pu, double pv, double prev_u, double prev_v, double cur_u,
+                          double cur_v) noexcept {
+    const double dv = prev_v - cur_v;
+    const double a = (pv - cur_v) * (prev_u - cur_u);
+    const double b = (pu - cur_u) * dv;
+    const double margin = a - b;
+    const double scale = std::fabs(a) + (std::fabs(cur_u) + std::fabs(pu)) * std::fabs(dv);
+    if (std::fabs(margin) > 0x1p-40 * scale) return (margin > 0.0) == (dv > 0.0);
+    return a / dv + cur_u > pu;
+}
+
+// The smallest float greater than `value` (NaN when there is none), so that for every float c,
+// value < double(c) exactly when c >= float_above(value): the test against the line v = pv is
+// then one float comparison per vertex.
+inline float float_above(double value) noexcept {
+    constexpr float kMax = std::numeric_limits<float>::max();
+    constexpr float kInf = std::numeric_limits<float>::infinity();
+    if (std::isnan(value) || value == static_cast<double>(kInf)) {
+        return std::numeric_limits<float>::quiet_NaN();
+    }
+    if (value >= static_cast<double>(kMax)) return kInf;
+    if (value < -static_cast<double>(kMax)) return -kMax;
+    float above = static_cast<float>(value);
+    if (!(static_cast<double>(above) > value)) above = std::nextafter(above, kInf);
+    return above;
+}
+
 // Even-odd: counts the edges that straddle the line v = pv and cross it at u > pu. A vertex on
 // the line counts as below it; a crossing exactly at the point is not counted. Most edges do not
-// straddle the line, so the loop reads only v coordinates until one does.
+// straddle the line, and those that do come in runs, so the loop reads four vertices' v
+// coordinates at a time and looks closer only where one of the four edges straddles.
 template <class Read>
 int even_odd(Read read, MeshVertex *const *vertices, unsigned count, const AxisTest &test,
              const double position[3]) noexcept {
     if (count == 0) return 0;
     const int u = test.u, v = test.v;
     const double pu = position[u], pv = position[v];
+    const float above = float_above(pv);
     const float *prev = read(vertices[count - 1]);
-    bool prev_below = pv < static_cast<double>(prev[v]);
+    bool prev_below = prev[v] >= above;  // pv < prev[v]
     unsigned crossings = 0;
-    for (unsigned i = 0; i < count; ++i) {
-        const float *cur = read(vertices[i]);
-        const bool cur_below = pv < static_cast<double>(cur[v]);
+    const auto edge = [&](const float *cur, bool cur_below) {
         if (prev_below != cur_below) {
-            const double cur_u = static_cast<double>(cur[u]), cur_v = static_cast<double>(cur[v]);
-            const double x = (pv - cur_v) * (static_cast<double>(prev[u]) - cur_u) /
-                                 (static_cast<double>(prev[v]) - cur_v) +
-                             cur_u;
-            crossings += x > pu ? 1u : 0u;
+            crossings +=
+                crosses_right(pu, pv, static_cast<double>(prev[u]), static_cast<double>(prev[v]),
+                              static_cast<double>(cur[u]), static_cast<double>(cur[v]))
+                    ? 1u
+                    : 0u;
         }
         prev = cur;
         prev_below = cur_below;
+    };
+    unsigned i = 0;
+    for (; i + 4 <= count; i += 4) {
+        const float *c0 = read(vertices[i]), *c1 = read(vertices[i + 1]);
+        const float *c2 = read(vertices[i + 2]), *c3 = read(vertices[i + 3]);
+        const bool b0 = c0[v] >= above, b1 = c1[v] >= above;
+        const bool b2 = c2[v] >= above, b3 = c3[v] >= above;
+        if (((b0 == prev_below) & (b1 == b0) & (b2 == b1) & (b3 == b2)) != 0) {
+            prev = c3;
+            continue;
+        }
+        edge(c0, b0);
+        edge(c1, b1);
+        edge(c2, b2);
+        edge(c3, b3);
+    }
+    for (; i < count; ++i) {
+        const float *cur = read(vertices[i]);
+        edge(cur, cur[v] >= above);
     }
     return static_cast<int>(crossings & 1u);
 }

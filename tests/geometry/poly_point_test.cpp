@@ -102,12 +102,16 @@ TEST_F(PolygonPoint, AgreesWithTheWindingNumberAndTheFloatFormsAgreeWithTheDoubl
             float f[3] = {unit(random), unit(random), unit(random)};
             if (k % 4 == 0)
                 f[(axis + 2) % 3] = static_cast<float>(loop[static_cast<std::size_t>(k % n)][1]);
-            const double d[3] = {f[0], f[1], f[2]};
+            // Every other point lies between floats, where the vertices' v cannot equal it.
+            const double jitter = k % 2 == 0 ? 0.0 : 3e-10;
+            const double d[3] = {f[0] + jitter, f[1] + jitter, f[2] + jitter};
             const double x = d[(axis + 1) % 3], y = d[(axis + 2) % 3];
             const int pos = PolygonTestPos(mesh_, star, &test, d);
-            EXPECT_EQ(PolygonTestPosF(mesh_, star, &test, f), pos);
             const int band = PolygonTestPosTol(nullptr, star, &test, d, 1e-4);
-            EXPECT_EQ(PolygonTestPosTolF(nullptr, star, &test, f, 1e-4), band);
+            if (jitter == 0.0) {
+                EXPECT_EQ(PolygonTestPosF(mesh_, star, &test, f), pos);
+                EXPECT_EQ(PolygonTestPosTolF(nullptr, star, &test, f, 1e-4), band);
+            }
             if (boundary_distance(loop, x, y) < 1e-3) continue;
             const int inside = winding(loop, x, y) != 0 ? 1 : 0;
             ASSERT_EQ(pos, inside) << round << " " << x << " " << y;
