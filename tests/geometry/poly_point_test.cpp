@@ -104,7 +104,9 @@ TEST_F(PolygonPoint, AgreesWithTheWindingNumberAndTheFloatFormsAgreeWithTheDoubl
                 f[(axis + 2) % 3] = static_cast<float>(loop[static_cast<std::size_t>(k % n)][1]);
             // Every other point lies between floats, where the vertices' v cannot equal it.
             const double jitter = k % 2 == 0 ? 0.0 : 3e-10;
-            const double d[3] = {f[0] + jitter, f[1] + jitter, f[2] + jitter};
+            const double d[3] = {static_cast<double>(f[0]) + jitter,
+                                 static_cast<double>(f[1]) + jitter,
+                                 static_cast<double>(f[2]) + jitter};
             const double x = d[(axis + 1) % 3], y = d[(axis + 2) % 3];
             const int pos = PolygonTestPos(mesh_, star, &test, d);
             const int band = PolygonTestPosTol(nullptr, star, &test, d, 1e-4);
