@@ -1,8 +1,10 @@
 // Mesh storage on the hot path: building a 1000 x 1000 quad grid (1,002,001 vertices and
-// 1,000,000 quads) from index arrays, reading every vertex position, and deleting a tenth of
-// the elements. The counters give the time per polygon (with its vertex and the two default
-// tags, "MATR" and "PART", that MeshNewPolygon sets), per position read and per deletion, in
-// seconds with SI prefixes. Everything goes through the public C functions, as a host calls them.
+// 1,000,000 quads) from index arrays, the memory it then takes, reading vertex positions in
+// order and at random (by index and through kept vertex handles), and deleting a tenth of the
+// elements. The counters give the time per polygon (with its vertex and the two default tags,
+// "MATR" and "PART", that MeshNewPolygon sets), per position read and per deletion, in seconds
+// with SI prefixes, and the heap the built grid holds in MiB. Everything goes through the public C
+// functions, as a host calls them.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -10,39 +12,14 @@
 
 #include <vexor/mesh.h>
 
+#include "mesh_grid.h"
+
 namespace {
 
-constexpr int kQuadsPerSide = 1000;
-constexpr int kSide = kQuadsPerSide + 1;  // vertices per side
+using bench::Grid;
+using bench::grid;
+
 constexpr std::uint32_t kFace = VX_CODE4('F', 'A', 'C', 'E');
-
-// The grid as a host holds it before building: positions and the quads' vertex indices.
-struct Grid {
-    std::vector<double> positions;
-    std::vector<std::uint32_t> quads;
-    Grid() {
-        positions.reserve(3u * kSide * kSide);
-        for (int y = 0; y < kSide; ++y) {
-            for (int x = 0; x < kSide; ++x) {
-                positions.push_back(x * 0.01);
-                positions.push_back(y * 0.01);
-                positions.push_back(((x ^ y) & 7) * 0.001);
-            }
-        }
-        quads.reserve(4u * kQuadsPerSide * kQuadsPerSide);
-        for (int y = 0; y < kQuadsPerSide; ++y) {
-            for (int x = 0; x < kQuadsPerSide; ++x) {
-                const auto a = static_cast<std::uint32_t>(y * kSide + x);
-                quads.insert(quads.end(), {a, a + 1, a + 1 + kSide, a + kSide});
-            }
-        }
-    }
-};
-
-const Grid &grid() {
-    static const Grid g;
-    return g;
-}
 
 Mesh *build(const Grid &g, std::vector<MeshVertex *> &vertices) {
     Mesh *mesh = MeshCreate();
@@ -71,7 +48,7 @@ void BM_BuildGrid(benchmark::State &state) {
         MeshDestroy(mesh);
         state.ResumeTiming();
     }
-    const double quads = static_cast<double>(g.quads.size() / 4);
+    const double quads = static_cast<double>(g.quad_count());
     state.counters["per_polygon"] = benchmark::Counter(
         quads, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
     MeshShutdown();
@@ -99,6 +76,59 @@ void BM_ReadPositions(benchmark::State &state) {
     MeshShutdown();
 }
 BENCHMARK(BM_ReadPositions)->Unit(benchmark::kMillisecond);
+
+// The heap the built grid holds, once its building batch has closed.
+void BM_GridMemory(benchmark::State &state) {
+    MeshStartup();
+    // The host's own table of handles is not the mesh's: made before counting.
+    std::vector<MeshVertex *> vertices(grid().vertex_count());
+    double bytes = 0.0;
+    for (auto _ : state) {
+        const double before = bench::heap_bytes();
+        Mesh *mesh = build(grid(), vertices);
+        bytes = bench::heap_bytes() - before;
+        state.PauseTiming();
+        MeshDestroy(mesh);
+        state.ResumeTiming();
+    }
+    state.counters["MiB"] = bytes / (1024.0 * 1024.0);
+    MeshShutdown();
+}
+BENCHMARK(BM_GridMemory)->Unit(benchmark::kMillisecond)->Iterations(1);
+
+// A position read at a random vertex, by index (MeshVrtByIndex) or through a vertex handle
+// kept from building; the reads are independent, as a host's scattered lookups are.
+void BM_RandomRead(benchmark::State &state) {
+    const bool by_handle = state.range(0) != 0;
+    MeshStartup();
+    const Grid &g = grid();
+    std::vector<MeshVertex *> vertices;
+    Mesh *mesh = build(g, vertices);
+    std::vector<MeshVertex *> handles(g.random.size());
+    for (std::size_t i = 0; i < handles.size(); ++i) handles[i] = vertices[g.random[i]];
+    for (auto _ : state) {
+        double sum = 0.0;
+        double p[3];
+        if (by_handle) {
+            for (MeshVertex *vertex : handles) {
+                MeshVertexPos(mesh, vertex, p);
+                sum += p[0] + p[1] + p[2];
+            }
+        } else {
+            for (std::uint32_t index : g.random) {
+                MeshVertexPos(mesh, MeshVrtByIndex(mesh, index), p);
+                sum += p[0] + p[1] + p[2];
+            }
+        }
+        benchmark::DoNotOptimize(sum);
+    }
+    state.counters["per_read"] = benchmark::Counter(
+        static_cast<double>(g.random.size()),
+        benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+    MeshDestroy(mesh);
+    MeshShutdown();
+}
+BENCHMARK(BM_RandomRead)->ArgName("by_handle")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
 // Every tenth vertex and every tenth polygon deleted in one batch, then the positions of the
 // survivors read by index (the live-index table is rebuilt once).

@@ -153,7 +153,29 @@ Found answer(Envelope &env, const Found &found) noexcept {
     return found;
 }
 
+// A new, empty index block with room for `capacity` keys, in place of the old one.
+void replace_block(Envelope &env, void *block, std::size_t capacity) noexcept {
+    drop_index(env);
+    auto *index = new (block) LookupIndex{};
+    index->capacity = capacity;
+    index->times = reinterpret_cast<double *>(index + 1);
+    index->keys = reinterpret_cast<EnvKey **>(index->times + capacity);
+    index->bucket_start = reinterpret_cast<std::uint32_t *>(index->keys + capacity);
+    env.index = index;
+}
+
+std::size_t grown_capacity(const Envelope &env, std::size_t keys) noexcept {
+    const std::size_t doubled = env.index != nullptr ? 2 * env.index->capacity : 2 * kIndexMinKeys;
+    return keys > doubled ? keys : doubled;
+}
+
 }  // namespace
+
+void reserve_index(Envelope &env, std::size_t keys) {
+    if (keys < kIndexMinKeys || (env.index != nullptr && env.index->capacity >= keys)) return;
+    const std::size_t capacity = grown_capacity(env, keys);
+    replace_block(env, StdAlloc(block_bytes(capacity)), capacity);
+}
 
 bool build_index(Envelope &env) noexcept {
     if (index_current(env)) return true;
@@ -164,8 +186,8 @@ bool build_index(Envelope &env) noexcept {
         return false;
     }
     if (env.index == nullptr || count > env.index->capacity) {
-        // Room for some growth, so keying a long curve does not reallocate at every key.
-        const std::size_t capacity = count + count / 4;
+        // Only when keys came by a way that did not reserve room (edits do).
+        const std::size_t capacity = grown_capacity(env, count);
         void *block = nullptr;
         try {
             block = StdAlloc(block_bytes(capacity));
@@ -173,13 +195,7 @@ bool build_index(Envelope &env) noexcept {
             env.index_skipped = stamp;
             return false;
         }
-        drop_index(env);
-        auto *index = new (block) LookupIndex{};
-        index->capacity = capacity;
-        index->times = reinterpret_cast<double *>(index + 1);
-        index->keys = reinterpret_cast<EnvKey **>(index->times + capacity);
-        index->bucket_start = reinterpret_cast<std::uint32_t *>(index->keys + capacity);
-        env.index = index;
+        replace_block(env, block, capacity);
     }
     LookupIndex &index = *env.index;
     std::size_t at = 0;

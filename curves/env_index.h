@@ -26,6 +26,12 @@ Found find_indexed(Envelope &env, double time) noexcept;
 // for an index or the memory for it could not be had (lookups then walk the list).
 bool build_index(Envelope &env) noexcept;
 
+// Makes sure the index has room for `keys` keys, so that the evaluation after an edit that
+// brings the envelope to that many only refills it. Called by the edits that add keys, before
+// they change anything; raises std::bad_alloc. Room grows geometrically, so adding keys one by
+// one stays linear.
+void reserve_index(Envelope &env, std::size_t keys);
+
 // Releases the index; the envelope stays usable (a later lookup may build it again). Must be
 // called before the envelope's memory is freed.
 void drop_index(Envelope &env) noexcept;

@@ -8,6 +8,7 @@
 
 #include "curves/env_checks.h"
 #include "curves/env_edits.h"
+#include "curves/env_index.h"
 #include "curves/env_records.h"
 #include "foundation/edit_frame.h"
 #include "foundation/failure.h"
@@ -49,6 +50,7 @@ EnvKey *add_new_key(Envelope &env, double time, EnvValue value, bool integer) {
     // Every record is prepared before any is applied, so adding a key happens whole or not at
     // all.
     EditTransaction transaction;
+    reserve_index(env, key_count(env) + 1);
     EnvKey *key = new_key(time);
     OnFailure drop_key([&] { free_key(key); });
     Edit<KeyLink> insert(&env, key, true, false);
@@ -370,6 +372,7 @@ void paste_key(Envelope &env, EnvKey *key, double time) {
     if (key == nullptr) fail(rc::bad_argument, "no key to paste");
     require_finite(time, "the time is not a finite number");
     EditTransaction transaction;
+    reserve_index(env, key_count(env) + 1);
     const bool adopt = !is_cut_key(key) && !in_list(env, key);
     EnvKey *pasted = key;
     if (!adopt) pasted = new_key(time);

@@ -80,6 +80,7 @@ void copy(Envelope &dst, const Envelope &src) {
         log::fail_line("env", 2354, "copying envelopes of different types!", "");
     }
     EditTransaction transaction;
+    reserve_index(dst, key_count(src));
     Edit<ClearKeys> clear(&dst, true);
     Edit<CopyKeys> copies(&dst, src.pre_behavior, src.post_behavior, src.interpolation);
     for (EnvKey *key = first_key(src); key != nullptr; key = next_key(key)) {

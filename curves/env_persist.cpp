@@ -7,6 +7,7 @@
 #include <vexor/env_io.h>
 
 #include "curves/env_edits.h"
+#include "curves/env_index.h"
 #include "foundation/guard.h"
 #include "foundation/log.h"
 
@@ -20,7 +21,7 @@ constexpr BlkBlockId kBlocks[] = {
 
 // Narrowing that is defined for every double: out-of-range values become infinities.
 float narrow(double value) noexcept {
-    constexpr double kMax = std::numeric_limits<float>::max();
+    constexpr double kMax = static_cast<double>(std::numeric_limits<float>::max());
     if (std::isnan(value)) return std::numeric_limits<float>::quiet_NaN();
     if (value > kMax) return std::numeric_limits<float>::infinity();
     if (value < -kMax) return -std::numeric_limits<float>::infinity();
@@ -105,6 +106,7 @@ bool read_key(Envelope &env, BlkReader &reader) {
         read_side(fields, key->side[1], integer);
     }
     if (!fields.complete()) return false;
+    reserve_index(env, key_count(env) + 1);
     append(env, key.release());
     return true;
 }

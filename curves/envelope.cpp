@@ -23,6 +23,7 @@ void insert_after(Envelope &env, EnvKey *after, EnvKey *key) noexcept {
     key->succ = next;
     set_link(next, kPred, key);
     set_link(before, kSucc, key);
+    ++env.linked;
     changed(env);
 }
 
@@ -41,13 +42,8 @@ void unlink(Envelope &env, EnvKey *key) noexcept {
     set_link(key->succ, kPred, key->pred);
     key->succ = nullptr;
     key->pred = nullptr;
+    --env.linked;
     changed(env);
-}
-
-std::size_t key_count(const Envelope &env) noexcept {
-    std::size_t n = 0;
-    for (EnvKey *key = first_key(env); key != nullptr; key = next_key(key)) ++n;
-    return n;
 }
 
 void notify(Envelope &env, std::uint32_t code, EnvKey *key) noexcept {

@@ -30,6 +30,7 @@ struct Envelope {
     EnvKey *lookup_key;   // cache: the key found at or before the last time looked up
     EnvKey *lookup_next;  // cache: the key after it
     std::uint64_t edits;  // bumped by every structural change and key time change
+    std::size_t linked;   // keys in the list
     // Lookup index beside the list (curves/env_index.cpp), built lazily; current while
     // index_stamp == edits + 1. Owned by the envelope: vx::env::drop_index releases it and must
     // run wherever the envelope is freed.
@@ -110,7 +111,9 @@ void append(Envelope &env, EnvKey *key) noexcept;
 void insert_sorted(Envelope &env, EnvKey *key) noexcept;
 void unlink(Envelope &env, EnvKey *key) noexcept;
 void reset_cache(Envelope &env) noexcept;
-std::size_t key_count(const Envelope &env) noexcept;
+inline std::size_t key_count(const Envelope &env) noexcept {
+    return env.linked;
+}
 
 // Sends a change note to the envelope's port, if it has one.
 void notify(Envelope &env, std::uint32_t code, EnvKey *key) noexcept;

@@ -15,8 +15,11 @@ using vx::mesh::PositionSource;
 namespace {
 
 // What a null polygon is answered as: a polygon of no type without vertices.
-const PolyType kNoType{};
-const MeshPolygon kNoPolygon{nullptr, 0, 0, 0, 0, 0, &kNoType, nullptr, nullptr};
+const MeshPolygon kNoPolygon = [] {
+    MeshPolygon none{};
+    none.type_index = vx::mesh::kNoPolyType;
+    return none;
+}();
 
 const MeshPolygon &polygon_or_empty(const MeshPolygon *polygon) noexcept {
     return polygon != nullptr ? *polygon : kNoPolygon;
@@ -40,7 +43,7 @@ int test_pos(const Mesh *mesh, const MeshPolygon *polygon, const AxisTest *test,
     if (polygon == nullptr || !usable(test) || position == nullptr) return 0;
     const Widened<Real, 3> at(position);
     return with_reader(PositionSource(mesh), [&](auto read) {
-        return even_odd(read, polygon->vertices, polygon->count, *test, at.values);
+        return even_odd(read, polygon->vertices(), polygon->count, *test, at.values);
     });
 }
 
@@ -51,7 +54,7 @@ int test_pos_tol(const Mesh *mesh, const MeshPolygon *polygon, const AxisTest *t
     const Widened<Real, 3> at(position);
     const double t = tolerance > 0.0 ? tolerance : 0.0;
     return with_reader(PositionSource(mesh), [&](auto read) {
-        return even_odd_band(read, polygon->vertices, polygon->count, *test, at.values, t);
+        return even_odd_band(read, polygon->vertices(), polygon->count, *test, at.values, t);
     });
 }
 
@@ -102,7 +105,8 @@ VX_API int PolygonSetTestAxis(const Mesh *mesh, const MeshPolygon *polygon, Axis
 
 VX_API int PolygonOrientation(const Mesh *mesh, const MeshPolygon *polygon, const AxisTest *test) {
     if (polygon == nullptr || !usable(test)) return 1;
-    return loop_area(PositionSource(mesh), polygon->vertices, polygon->count, *test) >= 0.0 ? 1 : 0;
+    return loop_area(PositionSource(mesh), polygon->vertices(), polygon->count, *test) >= 0.0 ? 1
+                                                                                              : 0;
 }
 
 VX_API int TriangleOrient(const AxisTest *test, const MeshVertex *a, const MeshVertex *b,

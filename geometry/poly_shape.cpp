@@ -30,8 +30,8 @@ void loop_normal(const PositionSource &source, const MeshPolygon &polygon, float
     const unsigned count = polygon.count;
     for (unsigned i = 0; i < count; ++i) {
         double p[3], q[3];
-        widen(source.get(polygon.vertices[i]), p);
-        widen(source.get(polygon.vertices[(i + 1) % count]), q);
+        widen(source.get(polygon.vertices()[i]), p);
+        widen(source.get(polygon.vertices()[(i + 1) % count]), q);
         n[0] += (p[1] - q[1]) * (p[2] + q[2]);
         n[1] += (p[2] - q[2]) * (p[0] + q[0]);
         n[2] += (p[0] - q[0]) * (p[1] + q[1]);
@@ -46,9 +46,9 @@ bool corner_normal(const PositionSource &source, const MeshPolygon &polygon, dou
     normal[0] = normal[1] = normal[2] = 0.0;
     if (polygon.count < 3) return false;
     double p0[3], p1[3], pl[3];
-    widen(source.get(polygon.vertices[0]), p0);
-    widen(source.get(polygon.vertices[1]), p1);
-    widen(source.get(polygon.vertices[polygon.count - 1]), pl);
+    widen(source.get(polygon.vertices()[0]), p0);
+    widen(source.get(polygon.vertices()[1]), p1);
+    widen(source.get(polygon.vertices()[polygon.count - 1]), pl);
     const double d1[3] = {p1[0] - p0[0], p1[1] - p0[1], p1[2] - p0[2]};
     const double d2[3] = {pl[0] - p0[0], pl[1] - p0[1], pl[2] - p0[2]};
     double n[3];
@@ -73,7 +73,7 @@ int set_test_axis(const PositionSource &source, const MeshPolygon &polygon, Axis
     // the box is a point and the tie drops Z.
     BBox box{};
     for (unsigned i = 0; i < polygon.count; ++i) {
-        const float *p = source.get(polygon.vertices[i]);
+        const float *p = source.get(polygon.vertices()[i]);
         if (i == 0) {
             bbox_init(box, p);
         } else {
@@ -120,7 +120,7 @@ int first_convex(const PositionSource &source, const MeshPolygon &polygon) {
     AxisTest test;
     axis_test_set(test, axis_extent<true>(normal));
     const bool flipped = normal[test.axis] < 0.0;
-    const bool positive = loop_area(source, polygon.vertices, polygon.count, test) >= 0.0;
+    const bool positive = loop_area(source, polygon.vertices(), polygon.count, test) >= 0.0;
     return positive != flipped ? 1 : -1;
 }
 
@@ -136,10 +136,10 @@ int is_convex(Mesh *mesh, const MeshPolygon &polygon) {
 
     // Every corner's own normal must not point against the polygon's: walk corners 1, 2, ...,
     // count - 1 and last the corner at vertex 0.
-    const float *before = source.get(polygon.vertices[0]);
-    const float *at = source.get(polygon.vertices[1]);
+    const float *before = source.get(polygon.vertices()[0]);
+    const float *at = source.get(polygon.vertices()[1]);
     for (unsigned k = 2; k <= count + 1; ++k) {
-        const float *after = source.get(polygon.vertices[k % count]);
+        const float *after = source.get(polygon.vertices()[k % count]);
         float corner[3];
         VCrossNormalF(before, at, after, corner);
         double dot = 0.0;
@@ -156,7 +156,7 @@ int is_convex(Mesh *mesh, const MeshPolygon &polygon) {
 unsigned centroid_of(const PositionSource &source, const MeshPolygon &polygon, double out[3]) {
     double sum[3] = {0.0, 0.0, 0.0};
     for (unsigned i = 0; i < polygon.count; ++i) {
-        const float *p = source.get(polygon.vertices[i]);
+        const float *p = source.get(polygon.vertices()[i]);
         for (int k = 0; k < 3; ++k) sum[k] += static_cast<double>(p[k]);
     }
     // Without vertices this is 0 / 0: NaN, as callers of the mean have always seen.
@@ -182,7 +182,7 @@ double tolerance(Mesh *mesh, const MeshPolygon &polygon) {
 
 std::uint32_t test_validity(const MeshPolygon &polygon, std::uint32_t mark_bit) {
     const unsigned count = polygon.count;
-    const std::uint32_t code = polygon.type->code;
+    const std::uint32_t code = polygon.type()->code;
     std::uint32_t result = count == 0 ? 2u : 0u;
     if (code == VX_CODE4('P', 'S', 'U', 'B') || code == VX_CODE4('S', 'U', 'B', 'D')) {
         if (count < 3 || count > 256) result = 2;
@@ -192,7 +192,7 @@ std::uint32_t test_validity(const MeshPolygon &polygon, std::uint32_t mark_bit) 
     mark_bit &= 0xFFFFu;
     if (mark_bit == 0) return result;
 
-    MeshVertex *const *v = polygon.vertices;
+    MeshVertex *const *v = polygon.vertices();
     for (unsigned i = 0; i < count; ++i) {
         if (v[i] != nullptr) mesh::mark(v[i], mark_bit << 16);
     }

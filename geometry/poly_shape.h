@@ -18,7 +18,7 @@ using mesh::PositionSource;
 inline constexpr std::uint32_t kText = VX_CODE4('T', 'E', 'X', 'T');
 
 inline bool is_area(const MeshPolygon &polygon) noexcept {
-    return (polygon.type->flags & POLYTYPE_AREA) != 0;
+    return (polygon.type()->flags & POLYTYPE_AREA) != 0;
 }
 
 // The unit normal of the corner at vertex 0, (p1 - p0) x (pLast - p0); false (normal zero) for

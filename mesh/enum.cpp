@@ -50,11 +50,11 @@ template <class Element, class Func>
 std::uint32_t enumerate_dead_with(Mesh *mesh, Func visit, void *data, void *argument,
                                   std::uint32_t owns_bit) {
     if (mesh == nullptr || visit == nullptr || (mesh->flags & owns_bit) == 0) return 0;
-    const DenseArray<Element *> *items;
+    const ElementList<Element> *items;
     if constexpr (std::is_same_v<Element, MeshVertex>) {
-        items = &mesh->vertices->items;
+        items = mesh->vertices;
     } else {
-        items = &mesh->polygons->items;
+        items = mesh->polygons;
     }
     for (std::size_t i = 0; i < items->size(); ++i) {
         Element *element = (*items)[i];
@@ -64,10 +64,10 @@ std::uint32_t enumerate_dead_with(Mesh *mesh, Func visit, void *data, void *argu
     return 0;
 }
 
-// Walks the elements [begin, end) of a fixed array; the threaded walk forbids changes to the
-// lists, so the array stays put while the shares run.
+// Walks the elements [begin, end) of a plan; the threaded walk forbids changes to the lists, so
+// they stay put while the shares run.
 template <class Element, class Func>
-std::uint32_t walk_share(Element *const *items, std::size_t begin, std::size_t end,
+std::uint32_t walk_share(const WalkPlan<Element> &items, std::size_t begin, std::size_t end,
                          MarkFilter filter, Func visit, void *data, void *argument) noexcept {
     for (std::size_t i = begin; i < end; ++i) {
         Element *element = items[i];
@@ -82,8 +82,8 @@ std::uint32_t enumerate_threaded_with(Mesh *mesh, std::uint32_t mode, Func visit
                                       void *argument) noexcept {
     if (mesh == nullptr || visit == nullptr) return 0;
     const WalkPlan<Element> plan = plan_walk<Element>(mesh, mode);
-    Element *const *items = plan.items->data();
-    const std::size_t count = plan.items->size();
+    const WalkPlan<Element> &items = plan;
+    const std::size_t count = plan.size();
 
     const std::size_t processors = std::max(1u, std::thread::hardware_concurrency());
     const std::size_t shares =

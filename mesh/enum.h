@@ -14,11 +14,17 @@
 
 namespace vx::mesh {
 
-// Where a walk goes: the array of elements and the filter its elements must pass.
+// Where a walk goes: an element list or a subset array, and the filter its elements must pass.
 template <class Element>
 struct WalkPlan {
-    const DenseArray<Element *> *items;
+    const ElementList<Element> *list;
+    const DenseArray<Element *> *subset;
     MarkFilter filter;
+
+    std::size_t size() const noexcept { return list != nullptr ? list->size() : subset->size(); }
+    Element *operator[](std::size_t index) const noexcept {
+        return list != nullptr ? (*list)[index] : const_cast<Element *>((*subset)[index]);
+    }
 };
 
 // The list a filter walks on this mesh. With kSubsetBit, an instance of a kind-2 mesh walks the
@@ -30,26 +36,25 @@ WalkPlan<Element> plan_walk(const Mesh *mesh, std::uint32_t mode) noexcept {
     if ((mode & kSubsetBit) != 0 && source != nullptr && source->kind == kSubsetKind) {
         const std::uint32_t rest = mode & ~kSubsetBit;
         if constexpr (std::is_same_v<Element, MeshVertex>) {
-            return {&source->subset_vertices, MarkFilter(rest, source->show_dead != 0)};
+            return {nullptr, &source->subset_vertices, MarkFilter(rest, source->show_dead != 0)};
         } else {
-            return {&source->subset_polygons, MarkFilter(rest, source->show_dead != 0)};
+            return {nullptr, &source->subset_polygons, MarkFilter(rest, source->show_dead != 0)};
         }
     }
     if constexpr (std::is_same_v<Element, MeshVertex>) {
-        return {&mesh->vertices->items, MarkFilter(mode, mesh->show_dead != 0)};
+        return {mesh->vertices, nullptr, MarkFilter(mode, mesh->show_dead != 0)};
     } else {
-        return {&mesh->polygons->items, MarkFilter(mode, mesh->show_dead != 0)};
+        return {mesh->polygons, nullptr, MarkFilter(mode, mesh->show_dead != 0)};
     }
 }
 
 // Calls visit(element) for each element of the plan that passes its filter, in order; returns
-// the first non-zero result, else 0. The array is read afresh after each visit, so a visit that
+// the first non-zero result, else 0. The list is read afresh after each visit, so a visit that
 // makes elements cannot leave the walk on freed memory.
 template <class Element, class Visit>
 std::uint32_t walk(const WalkPlan<Element> &plan, Visit &&visit) {
-    const DenseArray<Element *> &items = *plan.items;
-    for (std::size_t i = 0; i < items.size(); ++i) {
-        Element *element = items[i];
+    for (std::size_t i = 0; i < plan.size(); ++i) {
+        Element *element = plan[i];
         if (!plan.filter.passes(element)) continue;
         if (const std::uint32_t code = visit(element); code != 0) return code;
     }

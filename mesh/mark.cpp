@@ -37,7 +37,7 @@ std::uint32_t mark_vertices_of_polygons(Mesh *mesh, std::uint32_t filter,
     walk(plan_walk<MeshPolygon>(mesh, filter), [&](MeshPolygon *polygon) -> std::uint32_t {
         // Slots of a polygon made empty may still be null.
         for (unsigned i = 0; i < polygon->count; ++i) {
-            if (MeshVertex *vertex = polygon->vertices[i]) mark(vertex, mode);
+            if (MeshVertex *vertex = polygon->vertices()[i]) mark(vertex, mode);
         }
         ++polygons;
         return 0;

@@ -90,9 +90,9 @@ void prepare_list(const ElementList<Element> *list, const ElementList<Element> &
                   const DenseArray<Element *> &changed, std::size_t extra,
                   ListGrowth<Element> &growth) {
     if (list != &own) {
-        list->items.copy_into(growth.copy.items, extra);
+        list->copy_into(growth.copy.items, extra);
         growth.copied = true;
-    } else {
+    } else if (list->store == nullptr) {
         list->items.prepare(growth.room, extra);
     }
     changed.prepare(growth.changed_room, 1);
@@ -104,25 +104,31 @@ void commit_list(Mesh *mesh, ElementList<Element> *&list, ElementList<Element> &
                  ListGrowth<Element> &growth) noexcept {
     if (growth.copied) {
         own.items.swap(growth.copy.items);
+        own.store = nullptr;
         // Dead entries of the copy are the source's dead elements: count them afresh.
         own.dead = list->dead_count();
         own.recount = false;
         own.changed();
         list = &own;
         mesh->flags |= owns_bit;
-    } else {
+    } else if (list->store == nullptr) {
         list->items.commit(growth.room);
     }
     changed.commit(growth.changed_room);
 }
 
-// The pool for a vertex array of `count` vertices and the slot after them, or null for the heap.
-ElementPool *array_pool(Mesh *mesh, unsigned count) noexcept {
-    return count >= 1 && count <= kPooledVertexArrays ? &mesh->vertex_arrays[count - 1] : nullptr;
+void store_position(MeshVertex *vertex, const double position[3]) noexcept {
+    for (int axis = 0; axis < 3; ++axis)
+        vertex->position[axis] = static_cast<float>(position[axis]);
+}
+
+// Polygons of more vertices than the record holds keep them on the heap.
+bool heap_array(unsigned count) noexcept {
+    return count > MeshPolygon::kInlineVertices;
 }
 
 std::size_t array_bytes(unsigned count) noexcept {
-    return (static_cast<std::size_t>(count) + 1) * sizeof(MeshVertex *);
+    return static_cast<std::size_t>(count) * sizeof(MeshVertex *);
 }
 
 // A mesh may use its own vertices and, as an instance, its source's.
@@ -132,8 +138,8 @@ bool same_family(const Mesh *mesh, const MeshVertex *vertex) noexcept {
 
 template <class Element>
 bool in_list(ElementList<Element> *list, const Element *element, std::size_t &index) noexcept {
-    for (std::size_t i = 0; i < list->items.size(); ++i) {
-        if (list->items[i] == element) {
+    for (std::size_t i = 0; i < list->size(); ++i) {
+        if ((*list)[i] == element) {
             index = i;
             return true;
         }
@@ -196,8 +202,8 @@ template <class Element>
 std::uint32_t ElementList<Element>::dead_count() noexcept {
     if (recount) {
         std::uint32_t n = 0;
-        for (std::size_t i = 0; i < items.size(); ++i) {
-            if (is_dead(items[i]->flags)) ++n;
+        for (std::size_t i = 0; i < size(); ++i) {
+            if (is_dead((*this)[i]->flags)) ++n;
         }
         dead = n;
         recount = false;
@@ -212,20 +218,34 @@ Element *ElementList<Element>::at_live(std::uint32_t index) noexcept {
         live.clear();
         typename DenseArray<std::uint32_t>::Growth growth;
         try {
-            live.prepare(growth, items.size());
+            live.prepare(growth, size());
         } catch (...) {
-            for (std::size_t i = 0; i < items.size(); ++i) {
-                if (!is_dead(items[i]->flags) && index-- == 0) return items[i];
+            for (std::size_t i = 0; i < size(); ++i) {
+                if (!is_dead((*this)[i]->flags) && index-- == 0) return (*this)[i];
             }
             return nullptr;
         }
         live.commit(growth);
-        for (std::size_t i = 0; i < items.size(); ++i) {
-            if (!is_dead(items[i]->flags)) live.push_back(static_cast<std::uint32_t>(i));
+        for (std::size_t i = 0; i < size(); ++i) {
+            if (!is_dead((*this)[i]->flags)) live.push_back(static_cast<std::uint32_t>(i));
         }
         live_valid = true;
     }
-    return index < live.size() ? items[live[index]] : nullptr;
+    return index < live.size() ? (*this)[live[index]] : nullptr;
+}
+
+template <class Element>
+void ElementList<Element>::copy_into(DenseArray<Element *> &target, std::size_t extra) const {
+    if (store == nullptr) {
+        items.copy_into(target, extra);
+        return;
+    }
+    DenseArray<Element *> copy;
+    typename DenseArray<Element *>::Growth growth;
+    copy.prepare(growth, size() + extra);
+    copy.commit(growth);
+    for (std::size_t i = 0; i < size(); ++i) copy.push_back((*this)[i]);
+    target.swap(copy);
 }
 
 template struct ElementList<MeshVertex>;
@@ -387,19 +407,17 @@ MeshVertex *new_vertex(Mesh *mesh, const double position[3]) {
     require_ready(mesh);
     ListGrowth<MeshVertex> list_growth;
     prepare_list(mesh->vertices, mesh->own_vertices, mesh->changed_vertices, 1, list_growth);
-    PositionMap::Growth position_room;
-    mesh->positions.prepare(position_room);
-    ElementPool::Growth chunk;
-    mesh->vertex_pool.prepare(chunk);
+    ElementStore::Growth chunk;
+    mesh->vertex_store.prepare(chunk);
 
     // Nothing below can fail.
     commit_list(mesh, mesh->vertices, mesh->own_vertices, mesh->changed_vertices,
                 MESH_OWNS_VERTICES, list_growth);
-    auto *vertex = static_cast<MeshVertex *>(mesh->vertex_pool.take(chunk));
+    auto *vertex = static_cast<MeshVertex *>(mesh->vertex_store.take(chunk));
     vertex->mesh = mesh;
     vertex->flags = kNewVertexFlags;
-    vertex->slot = mesh->positions.append(position_room, position);
-    mesh->vertices->items.push_back(vertex);
+    store_position(vertex, position);
+    if (mesh->vertices->store == nullptr) mesh->vertices->items.push_back(vertex);
     mesh->vertices->changed();
 
     batch_begin(mesh);
@@ -417,7 +435,8 @@ const float *set_vertex(Mesh *mesh, MeshVertex *vertex, const double position[3]
     owner->changed_vertices.prepare(changed_room, 1);
     owner->changed_vertices.commit(changed_room);
 
-    const float *stored = owner->positions.set(vertex->slot, position);
+    store_position(vertex, position);
+    const float *stored = vertex->position;
     batch_begin(owner);
     mark_changed(owner, vertex);
     owner->batch_mask |= MESH_CHANGE_POSITIONS;
@@ -442,37 +461,28 @@ MeshPolygon *new_polygon(Mesh *mesh, const PolyType *type, unsigned count,
 
     ListGrowth<MeshPolygon> list_growth;
     prepare_list(mesh->polygons, mesh->own_polygons, mesh->changed_polygons, 1, list_growth);
-    ElementPool::Growth chunk;
-    mesh->polygon_pool.prepare(chunk);
-    ElementPool *pool = array_pool(mesh, count);
-    ElementPool::Growth array_chunk;
+    ElementStore::Growth chunk;
+    mesh->polygon_store.prepare(chunk);
     RawBlock long_array;
-    if (pool != nullptr) {
-        pool->prepare(array_chunk);
-    } else if (count > kPooledVertexArrays) {
-        long_array = RawBlock(array_bytes(count));
-    }
+    if (heap_array(count)) long_array = RawBlock(array_bytes(count));
     DefaultTagGrowth tag_growth;
     if (default_tags) prepare_default_tags(mesh, tag_growth);
 
     // Nothing below can fail.
     commit_list(mesh, mesh->polygons, mesh->own_polygons, mesh->changed_polygons,
                 MESH_OWNS_POLYGONS, list_growth);
-    auto *polygon = static_cast<MeshPolygon *>(mesh->polygon_pool.take(chunk));
+    auto *polygon = static_cast<MeshPolygon *>(mesh->polygon_store.take(chunk));
     polygon->mesh = mesh;
     polygon->flags = kNewPolygonFlags;
-    polygon->type = type;
+    polygon->type_index = poly_type_index(type);
     polygon->count = static_cast<std::uint16_t>(count);
-    polygon->slot = mesh->polygon_slots++;
-    MeshVertex **slots = nullptr;
-    if (pool != nullptr) {
-        slots = static_cast<MeshVertex **>(pool->take(array_chunk));
-    } else if (count > kPooledVertexArrays) {
-        slots = static_cast<MeshVertex **>(long_array.forget());
-        std::memset(static_cast<void *>(slots), 0, array_bytes(count));
+    polygon->slot = static_cast<std::uint32_t>(mesh->polygon_store.size() - 1);
+    if (heap_array(count)) {
+        polygon->vertex_slots.many = static_cast<MeshVertex **>(long_array.forget());
+        std::memset(static_cast<void *>(polygon->vertex_slots.many), 0, array_bytes(count));
         ++mesh->long_arrays;
     }
-    polygon->vertices = slots;
+    MeshVertex **slots = polygon->vertices();
 
     if (vertices != nullptr && count != 0) {
         if (!flip || count < 3) {
@@ -485,7 +495,7 @@ MeshPolygon *new_polygon(Mesh *mesh, const PolyType *type, unsigned count,
         }
     }
     commit_default_tags(mesh, polygon, tag_growth);
-    mesh->polygons->items.push_back(polygon);
+    if (mesh->polygons->store == nullptr) mesh->polygons->items.push_back(polygon);
     mesh->polygons->changed();
 
     batch_begin(mesh);
@@ -502,7 +512,7 @@ bool set_polygon_vertex(Mesh *mesh, MeshPolygon *polygon, unsigned index, MeshVe
     DenseArray<MeshPolygon *>::Growth changed_room;
     owner->changed_polygons.prepare(changed_room, 1);
     owner->changed_polygons.commit(changed_room);
-    polygon->vertices[index] = vertex;
+    polygon->vertices()[index] = vertex;
     batch_begin(owner);
     mark_changed(owner, polygon);
     batch_end(owner);
@@ -523,19 +533,19 @@ bool free_polygon(Mesh *mesh, MeshPolygon *polygon) {
 
 std::uint32_t num_vertices(const Mesh *mesh) noexcept {
     VertexList *list = mesh->vertices;
-    return static_cast<std::uint32_t>(list->items.size()) - list->dead_count();
+    return static_cast<std::uint32_t>(list->size()) - list->dead_count();
 }
 
 std::uint32_t num_polygons(const Mesh *mesh) noexcept {
     PolygonList *list = mesh->polygons;
-    return static_cast<std::uint32_t>(list->items.size()) - list->dead_count();
+    return static_cast<std::uint32_t>(list->size()) - list->dead_count();
 }
 
 namespace {
 template <class Element>
 Element *element_at(const Mesh *mesh, ElementList<Element> *list, std::uint32_t index) noexcept {
     if (list->dead_count() == 0 || mesh->show_dead != 0) {
-        return index < list->items.size() ? list->items[index] : nullptr;
+        return index < list->size() ? (*list)[index] : nullptr;
     }
     return list->at_live(index);
 }
@@ -553,7 +563,10 @@ MeshPolygon *polygon_at(const Mesh *mesh, std::uint32_t index) noexcept {
 
 // ---- The record ------------------------------------------------------------------------
 
-Mesh::Mesh() noexcept = default;
+Mesh::Mesh() noexcept {
+    own_vertices.store = &vertex_store;
+    own_polygons.store = &polygon_store;
+}
 
 Mesh::~Mesh() {
     vx::mesh::release_mesh_tags(this);
@@ -561,12 +574,11 @@ Mesh::~Mesh() {
     vx::mesh::vmaps_release(this);
     // Long vertex arrays come from the heap; the pooled ones go with their pools.
     if (long_arrays != 0) {
-        for (std::size_t i = 0; i < own_polygons.items.size(); ++i) {
-            MeshPolygon *polygon = own_polygons.items[i];
-            if (polygon->mesh == this && polygon->count > vx::mesh::kPooledVertexArrays) {
-                ::operator delete(
-                    static_cast<void *>(polygon->vertices),
-                    (static_cast<std::size_t>(polygon->count) + 1) * sizeof(MeshVertex *));
+        for (std::size_t i = 0; i < polygon_store.size(); ++i) {
+            auto *polygon = static_cast<MeshPolygon *>(polygon_store.at(i));
+            if (polygon->count > MeshPolygon::kInlineVertices) {
+                ::operator delete(static_cast<void *>(polygon->vertex_slots.many),
+                                  static_cast<std::size_t>(polygon->count) * sizeof(MeshVertex *));
             }
         }
     }

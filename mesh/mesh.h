@@ -2,40 +2,73 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
 #include <vexor/mesh.h>
 
 #include "foundation/port.h"
 #include "mesh/mesh_meta.h"
 #include "mesh/mesh_storage.h"
-#include "mesh/position_map.h"
 #include "mesh/ptag.h"
 #include "mesh/vmap_list.h"
 
 struct PolyType;
 
 // A vertex: its mesh first, then its flag word and the mark word that selection and
-// enumeration use, then the slot of its position in its mesh's position map.
+// enumeration use, then its position (the storage of its mesh's "OPOS" vertex map). Keeping the
+// position in the record makes a read by handle touch one record and nothing else.
 struct MeshVertex {
     Mesh *mesh;
     std::uint16_t flags;
     std::uint16_t marks;
-    std::uint32_t slot;
+    float position[3];
 };
 
-// A polygon: its mesh, flags and marks as for vertices, its vertex count, its type and its
-// vertex array, which always has one null slot after the last vertex; then its tags (a count
-// after the vertex count, the array of shared tag records last).
+namespace vx::mesh {
+const PolyType *poly_type_at(unsigned index) noexcept;  // mesh/poly_type.h
+// The type number of a polygon of no type (code 0, no flags), which answers such a record.
+inline constexpr std::uint32_t kNoPolyType = 0xFFFFFFFF;
+}  // namespace vx::mesh
+
+// A polygon: its mesh, flags and marks as for vertices, its vertex count and tag count, its
+// number among the polygons its mesh made (which indexes per-polygon caches), its type (by its
+// place in the type table), its tags (shared tag records sorted by type, one per type: up to
+// kInlineTags of them held in the record, more in an array of the mesh's, mesh/ptag.h) and its
+// vertices in order around it (up to kInlineVertices in the record, more on the heap). A quad
+// with the default tags thus lives in one record.
 struct MeshPolygon {
+    static constexpr unsigned kInlineVertices = 4;
+    static constexpr unsigned kInlineTags = 2;
+
     Mesh *mesh;
     std::uint16_t flags;
     std::uint16_t marks;
     std::uint16_t count;
     std::uint16_t tag_count;
     std::uint32_t slot;
-    const PolyType *type;
-    MeshVertex **vertices;
-    PTagRecord **tags;  // sorted by type, one entry per type (mesh/ptag.h)
+    std::uint32_t type_index;
+    union {
+        PTagRecord *few[kInlineTags];
+        PTagRecord **many;
+    } tag_slots;
+    union {
+        MeshVertex *few[kInlineVertices];
+        MeshVertex **many;
+    } vertex_slots;
+
+    const PolyType *type() const noexcept { return vx::mesh::poly_type_at(type_index); }
+    MeshVertex **vertices() noexcept {
+        return count <= kInlineVertices ? vertex_slots.few : vertex_slots.many;
+    }
+    MeshVertex *const *vertices() const noexcept {
+        return count <= kInlineVertices ? vertex_slots.few : vertex_slots.many;
+    }
+    PTagRecord **tags() noexcept {
+        return tag_count <= kInlineTags ? tag_slots.few : tag_slots.many;
+    }
+    PTagRecord *const *tags() const noexcept {
+        return tag_count <= kInlineTags ? tag_slots.few : tag_slots.many;
+    }
 };
 
 namespace vx::mesh {
@@ -51,20 +84,28 @@ inline constexpr std::uint32_t kBuilding = 0xFFFFFFFF;
 inline constexpr std::uint32_t kDying = 0x80000000u;
 inline constexpr std::uint32_t kNoBatch = 0xFFFFFFFF;
 
-// Vertex arrays of up to this many vertices come from the mesh's per-size pools.
-inline constexpr unsigned kPooledVertexArrays = 4;
-
-// An element list: the element pointers in order of creation, with the number of dead ones.
-// A list whose dead count may have changed behind its back (an instance's copy of a list whose
-// source deletes elements) recounts on next use. Indexing past dead entries keeps a table of
-// the live entries' positions, rebuilt when the list changes.
+// An element list: the elements in order, with the number of dead ones. A mesh's own list
+// holds exactly the elements the mesh made, in the order it made them, and reads them from the
+// mesh's store; a list that an instance copied from its source (copy on write) keeps an array of
+// element pointers instead. A list whose dead count may have changed behind its back (an
+// instance's copy of a list whose source deletes elements) recounts on next use. Indexing past
+// dead entries keeps a table of the live entries' positions, rebuilt when the list changes.
 template <class Element>
 struct ElementList {
+    const ElementStore *store = nullptr;  // null: the elements are in `items`
     DenseArray<Element *> items;
     std::uint32_t dead = 0;
     bool recount = false;
     bool live_valid = false;
     DenseArray<std::uint32_t> live;
+
+    std::size_t size() const noexcept { return store != nullptr ? store->size() : items.size(); }
+    Element *operator[](std::size_t index) const noexcept {
+        return store != nullptr ? static_cast<Element *>(store->at(index))
+                                : const_cast<Element *>(items[index]);
+    }
+    // An array copy of the list with room for `extra` more entries (raises std::bad_alloc).
+    void copy_into(DenseArray<Element *> &target, std::size_t extra) const;
 
     void changed() noexcept { live_valid = false; }
     std::uint32_t dead_count() noexcept;
@@ -113,23 +154,14 @@ struct Mesh {
 
     Port *port = nullptr;
 
-    // Positions of the vertices this mesh made, by vertex slot: the storage of the mesh's
-    // "OPOS" vertex map. The mesh's list of vertex maps and its default polygon tags ("MATR",
-    // "PART") join the record here, beside the positions they are made with.
-    vx::mesh::PositionMap positions;
+    // The mesh's list of vertex maps (its "OPOS" map's values are in the vertex records) and
+    // its default polygon tags ("MATR", "PART").
     vx::mesh::VMapList vmaps;  // mesh/vmap.h
     vx::mesh::MeshTags tags;
     vx::mesh::MetaSlots meta;
 
-    vx::mesh::ElementPool vertex_pool{sizeof(MeshVertex)};
-    vx::mesh::ElementPool polygon_pool{sizeof(MeshPolygon)};
-    vx::mesh::ElementPool vertex_arrays[vx::mesh::kPooledVertexArrays] = {
-        vx::mesh::ElementPool{2 * sizeof(MeshVertex *)},
-        vx::mesh::ElementPool{3 * sizeof(MeshVertex *)},
-        vx::mesh::ElementPool{4 * sizeof(MeshVertex *)},
-        vx::mesh::ElementPool{5 * sizeof(MeshVertex *)}};
-    // Polygons this mesh has made: the next polygon's slot, which indexes per-polygon caches.
-    std::uint32_t polygon_slots = 0;
+    vx::mesh::ElementStore vertex_store{sizeof(MeshVertex)};
+    vx::mesh::ElementStore polygon_store{sizeof(MeshPolygon)};
     // Longer vertex arrays, which come from the heap: freed with the mesh.
     std::size_t long_arrays = 0;
 };
@@ -163,6 +195,37 @@ std::uint32_t num_vertices(const Mesh *mesh) noexcept;
 std::uint32_t num_polygons(const Mesh *mesh) noexcept;
 MeshVertex *vertex_at(const Mesh *mesh, std::uint32_t index) noexcept;
 MeshPolygon *polygon_at(const Mesh *mesh, std::uint32_t index) noexcept;
+
+// The number of an element among those its mesh made (its place in its mesh's store), and how
+// many its mesh made: for tables indexed by element.
+inline std::uint32_t slot_of(const MeshVertex *vertex) noexcept {
+    return static_cast<std::uint32_t>(vertex->mesh->vertex_store.index_of(vertex));
+}
+inline std::uint32_t slot_of(const MeshPolygon *polygon) noexcept {
+    return polygon->slot;
+}
+inline std::uint32_t vertex_slots(const Mesh *mesh) noexcept {
+    return static_cast<std::uint32_t>(mesh->vertex_store.size());
+}
+inline std::uint32_t polygon_slots(const Mesh *mesh) noexcept {
+    return static_cast<std::uint32_t>(mesh->polygon_store.size());
+}
+
+// The element at an index, inline for the common case of a list without dead entries that
+// reads its mesh's store: one computed address, no table of pointers.
+template <class Element>
+Element *element_at_fast(const Mesh *mesh, const ElementList<Element> *list,
+                         std::uint32_t index) noexcept {
+    if (list->store != nullptr && list->dead == 0 && !list->recount) {
+        return index < list->store->size() ? static_cast<Element *>(list->store->at(index))
+                                           : nullptr;
+    }
+    if constexpr (std::is_same_v<Element, MeshVertex>) {
+        return vertex_at(mesh, index);
+    } else {
+        return polygon_at(mesh, index);
+    }
+}
 
 // Change events (mesh_events.cpp).
 std::uint32_t batch_begin(Mesh *mesh) noexcept;

@@ -151,11 +151,11 @@ VX_API unsigned int MeshNumPols(const Mesh *mesh) {
 }
 
 VX_API MeshVertex *MeshVrtByIndex(const Mesh *mesh, unsigned int index) {
-    return mesh != nullptr ? vertex_at(mesh, index) : nullptr;
+    return mesh != nullptr ? element_at_fast(mesh, mesh->vertices, index) : nullptr;
 }
 
 VX_API MeshPolygon *MeshPolByIndex(const Mesh *mesh, unsigned int index) {
-    return mesh != nullptr ? polygon_at(mesh, index) : nullptr;
+    return mesh != nullptr ? element_at_fast(mesh, mesh->polygons, index) : nullptr;
 }
 
 VX_API int MeshIsEmpty(const Mesh *mesh) {
@@ -180,7 +180,7 @@ VX_API uint32_t MeshPolygonFlags(const MeshPolygon *polygon) {
 }
 
 VX_API const PolyType *MeshPolygonType(const MeshPolygon *polygon) {
-    return polygon != nullptr ? polygon->type : nullptr;
+    return polygon != nullptr ? polygon->type() : nullptr;
 }
 
 VX_API unsigned int MeshNumVrtInPol(const MeshPolygon *polygon) {
@@ -188,11 +188,11 @@ VX_API unsigned int MeshNumVrtInPol(const MeshPolygon *polygon) {
 }
 
 VX_API MeshVertex *MeshPolVrtByIndex(const MeshPolygon *polygon, int index) {
-    // The slot after the last vertex exists and is null; below 0 nothing is read.
-    if (polygon == nullptr || index < 0 || index > static_cast<int>(polygon->count)) {
+    // The place after the last vertex reads as null; below 0 nothing is read.
+    if (polygon == nullptr || index < 0 || index >= static_cast<int>(polygon->count)) {
         return nullptr;
     }
-    return polygon->vertices != nullptr ? polygon->vertices[index] : nullptr;
+    return polygon->vertices()[index];
 }
 
 VX_API int MeshPolSetVrt(Mesh *mesh, MeshPolygon *polygon, unsigned int index, MeshVertex *vertex) {

@@ -47,13 +47,21 @@ void accumulate(Mesh *mesh, std::uint32_t mask) noexcept {
     }
 }
 
+constexpr std::size_t kKeptChangedRoom = 1024;
+
 template <class Element>
 void clear_marks(DenseArray<Element *> &changed) noexcept {
     for (std::size_t i = 0; i < changed.size(); ++i) {
         Element *element = changed[i];
         element->flags = static_cast<std::uint16_t>(element->flags & ~kChanged);
     }
-    changed.clear();
+    // A batch that built or touched many elements gives its list back rather than holding it
+    // for the mesh's lifetime; small lists stay for the next edit.
+    if (changed.capacity() > kKeptChangedRoom) {
+        changed.release();
+    } else {
+        changed.clear();
+    }
 }
 
 }  // namespace

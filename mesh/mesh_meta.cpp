@@ -74,16 +74,18 @@ void polygon_normal(const MeshPolygon *polygon, float out[3]) noexcept {
     const unsigned count = polygon->count;
     if (count >= 3) {
         for (unsigned i = 0; i < count; ++i) {
-            const MeshVertex *a = polygon->vertices[i];
-            const MeshVertex *b = polygon->vertices[(i + 1) % count];
+            const MeshVertex *a = polygon->vertices()[i];
+            const MeshVertex *b = polygon->vertices()[(i + 1) % count];
             if (a == nullptr || b == nullptr) {
                 n[0] = n[1] = n[2] = 0.0;
                 break;
             }
-            const float *pf = a->mesh->positions.get(a->slot);
-            const float *qf = b->mesh->positions.get(b->slot);
-            const double p[3] = {pf[0], pf[1], pf[2]};
-            const double q[3] = {qf[0], qf[1], qf[2]};
+            const float *pf = a->position;
+            const float *qf = b->position;
+            const double p[3] = {static_cast<double>(pf[0]), static_cast<double>(pf[1]),
+                                 static_cast<double>(pf[2])};
+            const double q[3] = {static_cast<double>(qf[0]), static_cast<double>(qf[1]),
+                                 static_cast<double>(qf[2])};
             n[0] += (p[1] - q[1]) * (p[2] + q[2]);
             n[1] += (p[2] - q[2]) * (p[0] + q[0]);
             n[2] += (p[0] - q[0]) * (p[1] + q[1]);
@@ -95,11 +97,11 @@ void polygon_normal(const MeshPolygon *polygon, float out[3]) noexcept {
 
 int normals_build(void *record, Mesh *mesh) {
     auto *r = static_cast<NormalsRecord *>(record);
-    const std::size_t slots = mesh->polygon_slots;
+    const std::size_t slots = mesh->polygon_store.size();
     auto *normals = static_cast<float *>(vx::StdAlloc(normals_bytes(slots)));
     const PolygonList &list = mesh->own_polygons;
-    for (std::size_t i = 0; i < list.items.size(); ++i) {
-        const MeshPolygon *polygon = list.items[i];
+    for (std::size_t i = 0; i < list.size(); ++i) {
+        const MeshPolygon *polygon = list[i];
         if (polygon->mesh == mesh) polygon_normal(polygon, normals + 3 * polygon->slot);
     }
     r->normals = normals;
@@ -122,7 +124,7 @@ int bounds_build(void *record, Mesh *mesh) {
     mesh->show_dead = 0;
     for (std::uint32_t i = 0; i < n; ++i) {
         const MeshVertex *vertex = vertex_at(mesh, i);
-        const float *p = vertex->mesh->positions.get(vertex->slot);
+        const float *p = vertex->position;
         for (int k = 0; k < 3; ++k) {
             if (r->any == 0 || p[k] < r->box[k]) r->box[k] = p[k];
             if (r->any == 0 || p[k] > r->box[k + 3]) r->box[k + 3] = p[k];

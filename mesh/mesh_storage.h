@@ -7,9 +7,11 @@
 // the mesh's memory exactly as it was: not one block more.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <new>
 #include <type_traits>
 #include <utility>
@@ -216,6 +218,117 @@ class ElementPool {
     char *end_ = nullptr;
     std::size_t chunk_blocks_ = 0;
     std::size_t live_ = 0;
+};
+
+// The element records of one mesh, in the order they were made, in chunks that never move (so
+// handles stay valid) and are found from a record's number with a shift or two (so a read by
+// index touches the record alone, not a table of pointers first). The first chunks grow from 16
+// blocks to kLargest blocks, a mesh of a few elements taking a few hundred bytes; every later
+// chunk holds kLargest blocks. Records are never given back: elements are deleted by marking.
+class ElementStore {
+    struct ChunkPlace {
+        const char *base;
+        std::size_t chunk;
+    };
+
+  public:
+    // The chunk for the next record, when the last chunk is full, and room in the chunk table.
+    struct Growth {
+        RawBlock chunk;
+        DenseArray<char *>::Growth table;
+        DenseArray<ChunkPlace>::Growth by_address;
+    };
+
+    explicit ElementStore(std::size_t block_size) noexcept
+        : block_size_((block_size + 7) / 8 * 8) {}
+    ~ElementStore() { release(); }
+    ElementStore(const ElementStore &) = delete;
+    ElementStore &operator=(const ElementStore &) = delete;
+
+    // Makes sure the next take() has a block (raises std::bad_alloc); changes nothing.
+    void prepare(Growth &growth) const {
+        if (size_ < capacity_ || growth.chunk.get() != nullptr) return;
+        chunks_.prepare(growth.table, 1);
+        by_address_.prepare(growth.by_address, 1);
+        growth.chunk = RawBlock(chunk_blocks(chunks_.size()) * block_size_);
+    }
+    // Hands out the next record, zero-filled, adopting the prepared chunk if it needs one.
+    void *take(Growth &growth) noexcept {
+        if (size_ == capacity_) {
+            chunks_.commit(growth.table);
+            by_address_.commit(growth.by_address);
+            capacity_ += chunk_blocks(chunks_.size());
+            char *chunk = static_cast<char *>(growth.chunk.forget());
+            chunks_.push_back(chunk);
+            // Kept in address order, for index_of().
+            by_address_.push_back(ChunkPlace{chunk, chunks_.size() - 1});
+            for (std::size_t i = by_address_.size() - 1;
+                 i > 0 && std::less<const char *>()(chunk, by_address_[i - 1].base); --i) {
+                std::swap(by_address_[i - 1], by_address_[i]);
+            }
+        }
+        void *block = at(size_++);
+        std::memset(block, 0, block_size_);
+        return block;
+    }
+    // The record made `index`-th (below size()).
+    void *at(std::size_t index) const noexcept {
+        std::size_t chunk, offset;
+        if (index < kGrowing) {
+            const std::size_t n = index + kFirst;
+            chunk = static_cast<std::size_t>(std::bit_width(n)) - kFirstBits - 1;
+            offset = n - (kFirst << chunk);
+        } else {
+            chunk = kGrowingChunks + ((index - kGrowing) >> kLargestBits);
+            offset = (index - kGrowing) & (kLargest - 1);
+        }
+        return chunks_[chunk] + offset * block_size_;
+    }
+    // The number of a record of this store: where it stands in the order of making.
+    std::size_t index_of(const void *record) const noexcept {
+        const char *at = static_cast<const char *>(record);
+        std::size_t lo = 0, n = by_address_.size();
+        while (n > 1) {  // the last chunk that starts at or before the record
+            const std::size_t half = n / 2;
+            if (std::less_equal<const char *>()(by_address_[lo + half].base, at)) lo += half;
+            n -= half;
+        }
+        const ChunkPlace &place = by_address_[lo];
+        return first_index(place.chunk) + static_cast<std::size_t>(at - place.base) / block_size_;
+    }
+    std::size_t size() const noexcept { return size_; }
+    std::size_t block_size() const noexcept { return block_size_; }
+    void release() noexcept {
+        for (std::size_t c = 0; c < chunks_.size(); ++c) {
+            ::operator delete(static_cast<void *>(chunks_[c]), chunk_blocks(c) * block_size_);
+        }
+        chunks_.release();
+        by_address_.release();
+        size_ = capacity_ = 0;
+    }
+
+  private:
+    static constexpr unsigned kFirstBits = 4;
+    static constexpr unsigned kLargestBits = 12;
+    static constexpr std::size_t kFirst = std::size_t{1} << kFirstBits;
+    static constexpr std::size_t kLargest = std::size_t{1} << kLargestBits;
+    static constexpr std::size_t kGrowingChunks = kLargestBits - kFirstBits;
+    // Records in the growing chunks: 16 + 32 + ... + kLargest / 2.
+    static constexpr std::size_t kGrowing = kLargest - kFirst;
+
+    static std::size_t chunk_blocks(std::size_t chunk) noexcept {
+        return chunk < kGrowingChunks ? kFirst << chunk : kLargest;
+    }
+    static std::size_t first_index(std::size_t chunk) noexcept {
+        return chunk < kGrowingChunks ? (kFirst << chunk) - kFirst
+                                      : kGrowing + (chunk - kGrowingChunks) * kLargest;
+    }
+
+    std::size_t block_size_;
+    DenseArray<char *> chunks_;
+    DenseArray<ChunkPlace> by_address_;  // the same chunks in address order
+    std::size_t size_ = 0;
+    std::size_t capacity_ = 0;
 };
 
 }  // namespace vx::mesh

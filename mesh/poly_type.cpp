@@ -41,7 +41,7 @@ int vertex_bounds(const Mesh *mesh, const MeshPolygon *polygon, float box[6]) {
     bool any = false;
     const PositionSource source(mesh);
     for (unsigned i = 0; i < polygon->count; ++i) {
-        const MeshVertex *vertex = polygon->vertices[i];
+        const MeshVertex *vertex = polygon->vertices()[i];
         if (vertex == nullptr) continue;
         const float *p = source.get(vertex);
         for (int k = 0; k < 3; ++k) {
@@ -114,8 +114,14 @@ unsigned poly_type_count() noexcept {
 }
 
 const PolyType *poly_type_at(unsigned index) noexcept {
+    static const PolyType no_type{};
+    if (index == kNoPolyType) return &no_type;
     Registry &r = registry();
     return index < r.count.load(std::memory_order_acquire) ? &r.types[index] : nullptr;
+}
+
+unsigned poly_type_index(const PolyType *type) noexcept {
+    return static_cast<unsigned>(type - registry().types);
 }
 
 bool poly_type_set_meta(const PolyType *type, MeshMetaClass *cls) noexcept {
@@ -135,7 +141,7 @@ void poly_types_mesh_initialize(Mesh *mesh) {
 }
 
 bool poly_type_bounds(const Mesh *mesh, const MeshPolygon *polygon, float box[6]) noexcept {
-    PolyTypeBoundsFunc bounds = polygon->type->bounds.load(std::memory_order_acquire);
+    PolyTypeBoundsFunc bounds = polygon->type()->bounds.load(std::memory_order_acquire);
     return bounds != nullptr && bounds(mesh, polygon, box) != 0;
 }
 

@@ -24,7 +24,10 @@ const PolyType *poly_type_define(std::uint32_t code, const char *name, std::uint
                                  std::uint32_t flip_flags);
 const PolyType *poly_type_lookup(std::uint32_t code) noexcept;
 unsigned poly_type_count() noexcept;
+// The type at a place in the table (null past the end); kNoPolyType gives a record of no type.
 const PolyType *poly_type_at(unsigned index) noexcept;
+// The place of a defined type in the table, which poly_type_at() answers.
+unsigned poly_type_index(const PolyType *type) noexcept;
 bool poly_type_set_meta(const PolyType *type, MeshMetaClass *cls) noexcept;
 // Makes the mesh's record of every type's meta class (at MeshCreate); raises on failure.
 void poly_types_mesh_initialize(Mesh *mesh);

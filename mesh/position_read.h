@@ -1,7 +1,7 @@
 // Reading vertex positions as a given mesh sees them. A vertex's own position is stored by the
 // mesh that made it; an instance (or a morphed copy made as one) may lay its own position map
 // over its source's, and then reads through that map. Callers that read many positions make
-// one PositionSource and ask it per vertex: the common case is one indexed load.
+// one PositionSource and ask it per vertex: the common case is one load from the vertex record.
 #pragma once
 
 #include "mesh/mesh.h"
@@ -12,13 +12,16 @@ namespace vx::mesh {
 
 // The position a vertex's own mesh stores for it.
 inline const float *stored_position(const MeshVertex *vertex) noexcept {
-    return vertex->mesh->positions.get(vertex->slot);
+    return vertex->position;
 }
 
 class PositionSource {
   public:
     // Positions as `mesh` sees them, or as each vertex's own mesh does for a null mesh.
-    explicit PositionSource(const Mesh *mesh) noexcept;
+    // A mesh that is no instance reads the storage of its own vertices: its position map is the
+    // first map it made, which cannot be destroyed.
+    explicit PositionSource(const Mesh *mesh) noexcept
+        : layer_(mesh != nullptr && mesh->source != nullptr ? instance_layer(mesh) : nullptr) {}
 
     // Whether every position is the vertex's stored one.
     bool direct() const noexcept { return layer_ == nullptr; }
@@ -32,8 +35,10 @@ class PositionSource {
 
   private:
     static constexpr float kOrigin[3] = {0.0f, 0.0f, 0.0f};
+    // The instance's own position map laid over its source's, or null.
+    static const VMap *instance_layer(const Mesh *mesh) noexcept;
     const float *through_layer(const MeshVertex *vertex) const noexcept;
-    const VMap *layer_ = nullptr;
+    const VMap *layer_;
 };
 
 }  // namespace vx::mesh

@@ -123,11 +123,17 @@ std::string_view stored_text(std::uint32_t type, const char *text, char *buffer)
 }
 
 // ---- Tag arrays ---------------------------------------------------------------------------
-// An array of n entries lives in the mesh's 2- or 4-entry pool, or on the heap with exactly n.
+// Up to kInlineTags entries live in the polygon record; an array of more lives in the mesh's
+// 4-entry pool, or on the heap with exactly n. A new array of few entries is put together in
+// the growth's staging room and moved into the record once the old array is gone (the record's
+// room is shared with the pointer to a longer array).
+
+constexpr unsigned kRecordTags = MeshPolygon::kInlineTags;
 
 struct ArrayGrowth {
     ElementPool::Growth chunk;
     RawBlock heap;
+    PTagRecord *staging[kRecordTags];
 };
 
 std::size_t heap_bytes(unsigned count) noexcept {
@@ -135,10 +141,8 @@ std::size_t heap_bytes(unsigned count) noexcept {
 }
 
 void prepare_array(const Mesh *mesh, unsigned count, ArrayGrowth &growth) {
-    if (count == 0) return;
-    if (count <= 2) {
-        mesh->tags.pool2.prepare(growth.chunk);
-    } else if (count <= kPooledTagArrays) {
+    if (count <= kRecordTags) return;
+    if (count <= kPooledTagArrays) {
         mesh->tags.pool4.prepare(growth.chunk);
     } else {
         growth.heap = RawBlock(heap_bytes(count));
@@ -146,8 +150,7 @@ void prepare_array(const Mesh *mesh, unsigned count, ArrayGrowth &growth) {
 }
 
 PTagRecord **take_array(Mesh *mesh, unsigned count, ArrayGrowth &growth) noexcept {
-    if (count == 0) return nullptr;
-    if (count <= 2) return static_cast<PTagRecord **>(mesh->tags.pool2.take(growth.chunk));
+    if (count <= kRecordTags) return growth.staging;
     if (count <= kPooledTagArrays) {
         return static_cast<PTagRecord **>(mesh->tags.pool4.take(growth.chunk));
     }
@@ -155,11 +158,13 @@ PTagRecord **take_array(Mesh *mesh, unsigned count, ArrayGrowth &growth) noexcep
     return static_cast<PTagRecord **>(growth.heap.forget());
 }
 
-void free_array(Mesh *mesh, PTagRecord **array, unsigned count) noexcept {
-    if (array == nullptr) return;
-    if (count <= 2) {
-        mesh->tags.pool2.give_back(array);
-    } else if (count <= kPooledTagArrays) {
+// Frees the polygon's array (nothing for entries in the record).
+void free_array(MeshPolygon *polygon) noexcept {
+    const unsigned count = polygon->tag_count;
+    Mesh *mesh = polygon->mesh;
+    PTagRecord **array = polygon->tags();
+    if (count <= kRecordTags) return;
+    if (count <= kPooledTagArrays) {
         mesh->tags.pool4.give_back(array);
     } else {
         ::operator delete(static_cast<void *>(array), heap_bytes(count));
@@ -167,17 +172,30 @@ void free_array(Mesh *mesh, PTagRecord **array, unsigned count) noexcept {
     }
 }
 
-// Whether arrays of a and b entries (both above 0) are blocks of the same pool, so that one
-// can become the other in place.
+// Whether arrays of a and b entries (both above 0) have the same room, so that one can become
+// the other in place.
 bool same_block(unsigned a, unsigned b) noexcept {
-    const auto pool = [](unsigned n) { return n <= 2 ? 2u : n <= kPooledTagArrays ? 4u : n; };
-    return pool(a) == pool(b);
+    const auto room = [](unsigned n) {
+        return n <= kRecordTags ? kRecordTags : n <= kPooledTagArrays ? kPooledTagArrays : n;
+    };
+    return room(a) == room(b);
+}
+
+// Gives the polygon the array taken for `count` entries, its old one freed first.
+void adopt_array(MeshPolygon *polygon, PTagRecord **array, unsigned count) noexcept {
+    free_array(polygon);
+    polygon->tag_count = static_cast<std::uint16_t>(count);
+    if (count <= kRecordTags) {
+        for (unsigned i = 0; i < count; ++i) polygon->tag_slots.few[i] = array[i];
+    } else {
+        polygon->tag_slots.many = array;
+    }
 }
 
 // Where an entry of `type` is, or would go, in the polygon's sorted array.
 unsigned place_of(const MeshPolygon *polygon, std::uint32_t type) noexcept {
     unsigned i = 0;
-    while (i < polygon->tag_count && polygon->tags[i]->type < type) ++i;
+    while (i < polygon->tag_count && polygon->tags()[i]->type < type) ++i;
     return i;
 }
 
@@ -231,23 +249,22 @@ bool tag_set(MeshPolygon *polygon, std::uint32_t type, const char *text) {
     char buffer[kSmoothingLimit + 1];
     const unsigned n = polygon->tag_count;
     const unsigned at = place_of(polygon, type);
-    const bool present = at < n && polygon->tags[at]->type == type;
+    const bool present = at < n && polygon->tags()[at]->type == type;
 
     if (text == nullptr) {
         // Removal of the one entry of that type.
         if (!present) return true;
-        PTagRecord *old = polygon->tags[at];
+        PTagRecord *old = polygon->tags()[at];
         if (n > 1 && same_block(n, n - 1)) {
-            for (unsigned i = at + 1; i < n; ++i) polygon->tags[i - 1] = polygon->tags[i];
+            for (unsigned i = at + 1; i < n; ++i) polygon->tags()[i - 1] = polygon->tags()[i];
         } else {
             ArrayGrowth growth;
             prepare_array(mesh, n - 1, growth);
             PTagRecord **array = take_array(mesh, n - 1, growth);
             for (unsigned i = 0, k = 0; i < n; ++i) {
-                if (i != at) array[k++] = polygon->tags[i];
+                if (i != at) array[k++] = polygon->tags()[i];
             }
-            free_array(mesh, polygon->tags, n);
-            polygon->tags = array;
+            adopt_array(polygon, array, n - 1);
         }
         polygon->tag_count = static_cast<std::uint16_t>(n - 1);
         release(old);
@@ -257,9 +274,9 @@ bool tag_set(MeshPolygon *polygon, std::uint32_t type, const char *text) {
 
     const std::string_view value = stored_text(type, text, buffer);
     if (present) {
-        PTagRecord *old = polygon->tags[at];
+        PTagRecord *old = polygon->tags()[at];
         if (key_of(old).text == value) return true;
-        polygon->tags[at] = acquire(type, value);
+        polygon->tags()[at] = acquire(type, value);
         release(old);
         announce(polygon);
         return true;
@@ -272,15 +289,14 @@ bool tag_set(MeshPolygon *polygon, std::uint32_t type, const char *text) {
     PTagRecord *record = acquire(type, value);
     // Nothing below can fail.
     if (in_place) {
-        for (unsigned i = n; i > at; --i) polygon->tags[i] = polygon->tags[i - 1];
-        polygon->tags[at] = record;
+        for (unsigned i = n; i > at; --i) polygon->tags()[i] = polygon->tags()[i - 1];
+        polygon->tags()[at] = record;
     } else {
         PTagRecord **array = take_array(mesh, n + 1, growth);
-        for (unsigned i = 0; i < at; ++i) array[i] = polygon->tags[i];
+        for (unsigned i = 0; i < at; ++i) array[i] = polygon->tags()[i];
         array[at] = record;
-        for (unsigned i = at; i < n; ++i) array[i + 1] = polygon->tags[i];
-        free_array(mesh, polygon->tags, n);
-        polygon->tags = array;
+        for (unsigned i = at; i < n; ++i) array[i + 1] = polygon->tags()[i];
+        adopt_array(polygon, array, n + 1);
     }
     polygon->tag_count = static_cast<std::uint16_t>(n + 1);
     announce(polygon);
@@ -289,7 +305,7 @@ bool tag_set(MeshPolygon *polygon, std::uint32_t type, const char *text) {
 
 const char *tag_get(const MeshPolygon *polygon, std::uint32_t type) noexcept {
     for (unsigned i = 0; i < polygon->tag_count; ++i) {
-        const PTagRecord *record = polygon->tags[i];
+        const PTagRecord *record = polygon->tags()[i];
         if (record->type == type) return record->text();
         if (record->type > type) break;  // sorted: no entry of that type further on
     }
@@ -298,7 +314,7 @@ const char *tag_get(const MeshPolygon *polygon, std::uint32_t type) noexcept {
 
 const char *tag_by_index(const MeshPolygon *polygon, int index, std::uint32_t *type) noexcept {
     if (index < 0 || index >= static_cast<int>(polygon->tag_count)) return nullptr;
-    const PTagRecord *record = polygon->tags[index];
+    const PTagRecord *record = polygon->tags()[index];
     if (type != nullptr) *type = record->type;
     return record->text();
 }
@@ -309,10 +325,9 @@ void tag_delete(MeshPolygon *polygon) noexcept {
     {
         Registry &r = registry();
         std::lock_guard<std::mutex> hold(r.lock);
-        for (unsigned i = 0; i < n; ++i) release_locked(r, polygon->tags[i]);
+        for (unsigned i = 0; i < n; ++i) release_locked(r, polygon->tags()[i]);
     }
-    free_array(polygon->mesh, polygon->tags, n);
-    polygon->tags = nullptr;
+    free_array(polygon);
     polygon->tag_count = 0;
     announce(polygon);
 }
@@ -329,19 +344,17 @@ bool tag_duplicate(MeshPolygon *target, const MeshPolygon *source) {
         std::lock_guard<std::mutex> hold(r.lock);
         unsigned raised = 0;
         try {
-            for (; raised < n; ++raised) raise_locked(source->tags[raised]);
+            for (; raised < n; ++raised) raise_locked(source->tags()[raised]);
         } catch (...) {
-            while (raised > 0) release_locked(r, source->tags[--raised]);
+            while (raised > 0) release_locked(r, source->tags()[--raised]);
             throw;
         }
         // The target's own records go; a record both hold keeps the use just taken.
-        for (unsigned i = 0; i < target->tag_count; ++i) release_locked(r, target->tags[i]);
+        for (unsigned i = 0; i < target->tag_count; ++i) release_locked(r, target->tags()[i]);
     }
     PTagRecord **array = take_array(mesh, n, growth);
-    std::memcpy(static_cast<void *>(array), source->tags, heap_bytes(n));
-    free_array(mesh, target->tags, target->tag_count);
-    target->tags = array;
-    target->tag_count = static_cast<std::uint16_t>(n);
+    std::memcpy(static_cast<void *>(array), source->tags(), heap_bytes(n));
+    adopt_array(target, array, n);
     announce(target);
     return true;
 }
@@ -462,8 +475,8 @@ void prepare_default_tags(Mesh *mesh, DefaultTagGrowth &growth) {
         growth.records_ = static_cast<PTagRecord **>(growth.heap_records_.get());
     }
     const auto count = static_cast<unsigned>(n);
-    if (count <= 2) {
-        tags.pool2.prepare(growth.chunk_);
+    if (count <= kRecordTags) {
+        // In the polygon record.
     } else if (count <= kPooledTagArrays) {
         tags.pool4.prepare(growth.chunk_);
     } else {
@@ -491,8 +504,8 @@ void commit_default_tags(Mesh *mesh, MeshPolygon *polygon, DefaultTagGrowth &gro
     const auto n = static_cast<unsigned>(growth.count_);
     if (n == 0) return;
     PTagRecord **array;
-    if (n <= 2) {
-        array = static_cast<PTagRecord **>(mesh->tags.pool2.take(growth.chunk_));
+    if (n <= kRecordTags) {
+        array = polygon->tag_slots.few;
     } else if (n <= kPooledTagArrays) {
         array = static_cast<PTagRecord **>(mesh->tags.pool4.take(growth.chunk_));
     } else {
@@ -509,7 +522,7 @@ void commit_default_tags(Mesh *mesh, MeshPolygon *polygon, DefaultTagGrowth &gro
         }
         array[k] = record;
     }
-    polygon->tags = array;
+    if (n > kRecordTags) polygon->tag_slots.many = array;
     polygon->tag_count = static_cast<std::uint16_t>(n);
     growth.count_ = 0;
 }
@@ -518,14 +531,13 @@ void release_mesh_tags(Mesh *mesh) noexcept {
     PolygonList &list = mesh->own_polygons;
     Registry &r = registry();
     std::lock_guard<std::mutex> hold(r.lock);
-    for (std::size_t i = 0; i < list.items.size(); ++i) {
-        MeshPolygon *polygon = list.items[i];
+    for (std::size_t i = 0; i < list.size(); ++i) {
+        MeshPolygon *polygon = list[i];
         if (polygon->mesh != mesh || polygon->tag_count == 0) continue;
-        for (unsigned k = 0; k < polygon->tag_count; ++k) release_locked(r, polygon->tags[k]);
+        for (unsigned k = 0; k < polygon->tag_count; ++k) release_locked(r, polygon->tags()[k]);
         if (polygon->tag_count > kPooledTagArrays) {
-            ::operator delete(static_cast<void *>(polygon->tags), heap_bytes(polygon->tag_count));
+            ::operator delete(static_cast<void *>(polygon->tags()), heap_bytes(polygon->tag_count));
         }
-        polygon->tags = nullptr;
         polygon->tag_count = 0;
     }
 }

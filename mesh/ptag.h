@@ -63,8 +63,7 @@ class MeshTags {
     // Copies another mesh's defaults (for an instance); raises, leaving this list as it was.
     void copy_from(const MeshTags &other);
 
-    // Pools for arrays of 2 and 4 entries.
-    ElementPool pool2{2 * sizeof(PTagRecord *)};
+    // The pool for arrays of 3 and 4 entries (fewer live in the polygon record).
     ElementPool pool4{4 * sizeof(PTagRecord *)};
     // Tag arrays longer than the pools' that are still allocated: freed with the mesh.
     std::size_t long_arrays = 0;

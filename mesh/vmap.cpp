@@ -8,6 +8,7 @@
 #include "mesh/vmap.h"
 
 #include <cstring>
+#include <utility>
 
 #include "foundation/edit_frame.h"
 #include "foundation/failure.h"
@@ -291,10 +292,7 @@ struct PositionEdit {
     float xyz[3];
     void apply(int) noexcept {
         Mesh *owner = vertex->mesh;
-        const float *stored = owner->positions.get(vertex->slot);
-        const double next[3] = {xyz[0], xyz[1], xyz[2]};
-        for (int axis = 0; axis < 3; ++axis) xyz[axis] = stored[axis];
-        owner->positions.set(vertex->slot, next);
+        for (int axis = 0; axis < 3; ++axis) std::swap(xyz[axis], vertex->position[axis]);
         // Heard as MeshVertexSet is heard, so caches of positions drop what they hold.
         announce(owner, MESH_CHANGE_VERTICES | MESH_CHANGE_POSITIONS);
     }
@@ -372,7 +370,7 @@ VMap *walk(const Mesh *mesh, std::uint32_t type, Fn fn) noexcept {
 
 const float *position_of(const VMap *map, const MeshVertex *vertex) noexcept {
     if (!related(map->mesh, vertex->mesh)) return nullptr;
-    return vertex->mesh->positions.get(vertex->slot);
+    return vertex->position;
 }
 
 }  // namespace
@@ -478,7 +476,7 @@ const float *vmap_set(VMap *map, const EntryKey &key, const MeshVertex *vertex,
         Edit<PositionEdit> edit(target);
         for (int axis = 0; axis < 3; ++axis) edit->xyz[axis] = values[axis];
         edit.apply_then_record(1);
-        return target->mesh->positions.get(target->slot);
+        return target->position;
     }
     VMapEntry *gone = map->values.find(key);
     VMapEntry *unhide = map->removed.find(key);

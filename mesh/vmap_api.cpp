@@ -212,9 +212,9 @@ VX_API const float *VMapEval(const VMap *map, const MeshVertex *vertex,
 }
 
 VX_API int VMapTestPolygon(const VMap *map, const MeshPolygon *polygon) {
-    if (map == nullptr || polygon == nullptr || polygon->vertices == nullptr) return 0;
+    if (map == nullptr || polygon == nullptr) return 0;
     for (unsigned i = 0; i < polygon->count; ++i) {
-        const MeshVertex *vertex = polygon->vertices[i];
+        const MeshVertex *vertex = polygon->vertices()[i];
         if (vertex != nullptr && VMapEval(map, vertex, polygon) != nullptr) return 1;
     }
     return 0;

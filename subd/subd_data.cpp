@@ -84,7 +84,7 @@ int patch_build(void *record, Mesh *mesh) {
     const std::uint32_t n = vx::mesh::num_polygons(mesh);
     for (std::uint32_t i = 0; i < n; ++i) {
         const MeshPolygon *polygon = vx::mesh::polygon_at(mesh, i);
-        if (polygon != nullptr && polygon->type == data->type) ++polygons;
+        if (polygon != nullptr && polygon->type() == data->type) ++polygons;
     }
     data->polygons = polygons;
     return 1;

@@ -78,15 +78,15 @@ void route_messages() {
 }
 
 bool takes_part(const MeshPolygon *polygon, const PolyType *subd) noexcept {
-    if (polygon->type != subd) return false;
+    if (polygon->type() != subd) return false;
     const unsigned n = polygon->count;
     if (n < 3 || n > kMaxFaceSize) return false;
     for (unsigned i = 0; i < n; ++i) {
-        const MeshVertex *v = polygon->vertices[i];
+        const MeshVertex *v = polygon->vertices()[i];
         if (v == nullptr || (v->flags & vx::mesh::kDead) != 0) return false;
         // A repeated vertex folds the face onto itself; such a face is left out.
         for (unsigned j = 0; j < i; ++j) {
-            if (polygon->vertices[j] == v) return false;
+            if (polygon->vertices()[j] == v) return false;
         }
     }
     return true;
@@ -98,7 +98,8 @@ std::int32_t find_index(const Mesh *key, const std::vector<std::int32_t> &by_slo
                         const Element *element) noexcept {
     if (element == nullptr) return -1;
     if (element->mesh == key) {
-        return element->slot < by_slot.size() ? by_slot[element->slot] : -1;
+        const std::uint32_t slot = vx::mesh::slot_of(element);
+        return slot < by_slot.size() ? by_slot[slot] : -1;
     }
     const auto found = others.find(element);
     return found == others.end() ? -1 : found->second;
@@ -109,8 +110,9 @@ void set_index(const Mesh *key, std::vector<std::int32_t> &by_slot,
                std::unordered_map<const Element *, std::int32_t> &others, const Element *element,
                std::int32_t index) {
     if (element->mesh == key) {
-        if (element->slot >= by_slot.size()) by_slot.resize(element->slot + std::size_t{1}, -1);
-        by_slot[element->slot] = index;
+        const std::uint32_t slot = vx::mesh::slot_of(element);
+        if (slot >= by_slot.size()) by_slot.resize(slot + std::size_t{1}, -1);
+        by_slot[slot] = index;
     } else {
         others.emplace(element, index);
     }
@@ -127,9 +129,9 @@ void gather(Surface &s, Mesh *mesh, const PolyType *subd) {
     }
     if (faces.empty()) return;
     s.face_mesh = faces.front()->mesh;
-    s.key_mesh = faces.front()->vertices[0]->mesh;
-    s.face_by_slot.assign(s.face_mesh->polygon_slots, -1);
-    s.vertex_by_slot.assign(s.key_mesh->positions.size(), -1);
+    s.key_mesh = faces.front()->vertices()[0]->mesh;
+    s.face_by_slot.assign(vx::mesh::polygon_slots(s.face_mesh), -1);
+    s.vertex_by_slot.assign(vx::mesh::vertex_slots(s.key_mesh), -1);
     s.face_sizes.reserve(faces.size());
     s.face_offsets.reserve(faces.size() + 1);
     s.face_offsets.push_back(0);
@@ -138,7 +140,7 @@ void gather(Surface &s, Mesh *mesh, const PolyType *subd) {
         set_index(s.face_mesh, s.face_by_slot, s.other_faces, polygon,
                   static_cast<std::int32_t>(s.face_sizes.size()));
         for (unsigned i = 0; i < polygon->count; ++i) {
-            const MeshVertex *v = polygon->vertices[i];
+            const MeshVertex *v = polygon->vertices()[i];
             std::int32_t index = find_index(s.key_mesh, s.vertex_by_slot, s.other_vertices, v);
             if (index < 0) {
                 index = static_cast<std::int32_t>(vertices.size());
@@ -169,7 +171,7 @@ void gather(Surface &s, Mesh *mesh, const PolyType *subd) {
         next.clear();
         for (std::size_t f = 0; f < faces.size(); ++f) {
             for (std::int32_t c = s.face_offsets[f]; c < s.face_offsets[f + 1]; ++c) {
-                const MeshVertex *v = faces[f]->vertices[c - s.face_offsets[f]];
+                const MeshVertex *v = faces[f]->vertices()[c - s.face_offsets[f]];
                 const float *uv = VMapEval(set.map, v, faces[f]);
                 const float u[2] = {uv != nullptr ? uv[0] : 0.0f, uv != nullptr ? uv[1] : 0.0f};
                 if (uv == nullptr) set.face_has[f] = 0;
@@ -226,9 +228,10 @@ void refine(Surface &s, int level) {
     s.refined_level = level;
 }
 
-// Values of every level, the base level's first; returns the last level's start.
+// Values of every level, the base level's first, D floats each; returns the last level's start
+// (in values).
 template <unsigned D>
-std::size_t interpolate(const Surface &s, std::vector<Value<D>> &all, const float *base,
+std::size_t interpolate(const Surface &s, std::vector<float> &storage, const float *base,
                         std::size_t base_count, int channel) {
     const Far::TopologyRefiner &r = *s.refiner;
     std::size_t total = base_count;
@@ -237,10 +240,11 @@ std::size_t interpolate(const Surface &s, std::vector<Value<D>> &all, const floa
         total += static_cast<std::size_t>(channel < 0 ? level.GetNumVertices()
                                                       : level.GetNumFVarValues(channel));
     }
-    all.resize(total);
-    std::memcpy(static_cast<void *>(all.data()), base, base_count * sizeof(Value<D>));
+    storage.resize(D * total);
+    std::memcpy(storage.data(), base, D * base_count * sizeof(float));
     Far::PrimvarRefiner primvar(r);
-    Value<D> *src = all.data();
+    auto *all = reinterpret_cast<Value<D> *>(storage.data());
+    Value<D> *src = all;
     std::size_t src_count = base_count;
     for (int l = 1; l <= s.refined_level; ++l) {
         Value<D> *dst = src + src_count;
@@ -253,7 +257,7 @@ std::size_t interpolate(const Surface &s, std::vector<Value<D>> &all, const floa
         }
         src = dst;
     }
-    return static_cast<std::size_t>(src - all.data());
+    return static_cast<std::size_t>(src - all);
 }
 
 // The indices a face of a level gives its corners: vertices, or the channel's values.
@@ -297,15 +301,16 @@ std::pair<Far::Index, int> corner_descendant(const Far::TopologyRefiner &r, Far:
 template <unsigned D>
 RefinedSlot *fill(Surface &s, int channel, const float *base, std::size_t base_count) {
     const Far::TopologyRefiner &r = *s.refiner;
-    std::vector<Value<D>> all;
-    const std::size_t last_start = interpolate<D>(s, all, base, base_count, channel);
-    const Value<D> *last = all.data() + last_start;
-    const std::size_t last_count = all.size() - last_start;
+    std::vector<float> storage;
+    const std::size_t last_start = interpolate<D>(s, storage, base, base_count, channel);
+    const std::size_t last_count = storage.size() / D - last_start;
 
     auto slot = std::make_unique<RefinedSlot>();
     slot->level = s.refined_level;
     slot->dimension = D;
-    slot->values.assign(&last->v[0], &last->v[0] + D * last_count);
+    slot->values = std::move(storage);
+    slot->first = D * last_start;
+    const auto *last = reinterpret_cast<const Value<D> *>(slot->refined());
     slot->limits.resize(D * last_count);
     auto *limits = reinterpret_cast<Value<D> *>(slot->limits.data());
     Far::PrimvarRefiner primvar(r);
@@ -325,20 +330,15 @@ RefinedSlot *fill(Surface &s, int channel, const float *base, std::size_t base_c
             slot->quads[4 * static_cast<std::size_t>(q) + static_cast<std::size_t>(k)] = c[k];
         }
     }
-    // The surface face of each refined quad, level by level.
-    std::vector<std::int32_t> parents(s.face_sizes.size());
-    for (std::size_t f = 0; f < parents.size(); ++f) parents[f] = static_cast<std::int32_t>(f);
-    for (int l = 0; l < max; ++l) {
-        const Far::TopologyLevel &level = r.GetLevel(l);
-        std::vector<std::int32_t> below(static_cast<std::size_t>(r.GetLevel(l + 1).GetNumFaces()));
-        for (int f = 0; f < level.GetNumFaces(); ++f) {
-            for (const Far::Index child : level.GetFaceChildFaces(f)) {
-                below[static_cast<std::size_t>(child)] = parents[static_cast<std::size_t>(f)];
-            }
-        }
-        parents.swap(below);
+    // The surface face of each refined quad: the quads of a face follow each other, one run
+    // per corner (4^(level-1) quads each) for every face in order.
+    slot->parents.resize(static_cast<std::size_t>(quads));
+    auto parent = slot->parents.begin();
+    for (std::size_t f = 0; f < s.face_sizes.size(); ++f) {
+        const auto run = static_cast<std::ptrdiff_t>(s.face_sizes[f]) << (2 * max - 2);
+        std::fill(parent, parent + run, static_cast<std::int32_t>(f));
+        parent += run;
     }
-    slot->parents = std::move(parents);
     // Outlines: each surface face's boundary, corner after corner.
     slot->outlines.reserve(D * s.face_vertices.size() << max);
     for (std::size_t f = 0; f < s.face_sizes.size(); ++f) {

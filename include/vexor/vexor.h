@@ -37,6 +37,7 @@
 #include "vexor/subd.h"
 #include "vexor/svec.h"
 #include "vexor/time.h"
+#include "vexor/tlayer.h"
 #include "vexor/undo.h"
 #include "vexor/value.h"
 #include "vexor/vbuf.h"

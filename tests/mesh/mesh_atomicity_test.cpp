@@ -142,8 +142,8 @@ TEST_F(MeshAtomicity, MeshCreateInstanceLeavesNoPartialInstance) {
                     }));
 }
 
-// Vertex counts at which the list, the positions, the changed list and the pool all have to
-// grow, and some at which nothing has to.
+// Vertex counts at which the element store takes a new chunk, and some at which nothing has
+// to grow.
 TEST_F(MeshAtomicity, MeshNewVertexLeavesNoPartialVertex) {
     for (int count : {0, 5, 8, 16, 48}) {
         const AtomicityReport report = check_atomicity(
@@ -152,7 +152,7 @@ TEST_F(MeshAtomicity, MeshNewVertexLeavesNoPartialVertex) {
                 return vertex(source, 1.5, 2.5, -3.5) != nullptr;
             }));
         if (count == 16) {
-            EXPECT_GE(report.tried, 2u);
+            EXPECT_GE(report.tried, 1u);
         }
     }
     // On an instance: its own copy of the vertex list comes first.

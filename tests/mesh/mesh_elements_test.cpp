@@ -221,6 +221,41 @@ TEST_F(Elements, AnInstanceSharesItsSourcesListsUntilItChangesOne) {
     EXPECT_EQ(MeshDestroy(source), 1);
 }
 
+// Elements are found by index across every size of storage chunk (the first chunks grow, the
+// later ones do not), keep their handles while more are made, and an instance's copy of such a
+// list indexes the same elements. Polygons of more vertices than their record holds keep them.
+TEST_F(Elements, IndexingFindsEveryElementAcrossStorageChunks) {
+    Mesh *mesh = MeshCreate();
+    const std::vector<MeshVertex *> v = vertices(mesh, 9000);
+    std::vector<MeshPolygon *> polygons;
+    for (unsigned i = 0; i + 6 <= v.size(); i += 2) {
+        const unsigned count = 1 + i % 6;  // 1 to 6 vertices
+        polygons.push_back(MeshNewPolygon(mesh, kFace, count, &v[i], 0));
+    }
+    Mesh *instance = MeshCreateInstance(mesh, 1);
+    ASSERT_EQ(MeshFreeVertex(instance, v[8999]), 1);  // the instance copies the vertex list
+    for (Mesh *m : {mesh, instance}) {
+        SCOPED_TRACE(m == mesh ? "source" : "instance");
+        for (std::uint32_t i : {0u, 15u, 16u, 4079u, 4080u, 8175u, 8176u, 8998u}) {
+            ASSERT_EQ(MeshVrtByIndex(m, i), v[i]) << i;
+            EXPECT_EQ(MeshVertexPosV(m, v[i])[0], static_cast<float>(i));
+        }
+        EXPECT_EQ(MeshVrtByIndex(m, 8999), m == mesh ? v[8999] : nullptr);
+        EXPECT_EQ(MeshVrtByIndex(m, 9000), nullptr);
+    }
+    for (std::size_t i = 0; i < polygons.size(); i += 997) {
+        ASSERT_EQ(MeshPolByIndex(mesh, static_cast<unsigned>(i)), polygons[i]);
+        const unsigned count = MeshNumVrtInPol(polygons[i]);
+        EXPECT_EQ(count, 1 + (2 * i) % 6);
+        for (unsigned k = 0; k < count; ++k) {
+            EXPECT_EQ(MeshPolVrtByIndex(polygons[i], static_cast<int>(k)), v[2 * i + k]);
+        }
+        EXPECT_EQ(MeshPolVrtByIndex(polygons[i], static_cast<int>(count)), nullptr);
+    }
+    EXPECT_EQ(MeshDestroy(instance), 1);
+    EXPECT_EQ(MeshDestroy(mesh), 1);
+}
+
 TEST_F(Elements, DestroyingMeshesGivesBackEveryBlock) {
     const AllocCounts before = alloc_counts();
     std::vector<MeshVertex *> v;

@@ -25,6 +25,8 @@ int vexor_env(int argc, char **argv);
 int vexor_gallery(int argc, char **argv);
 int vexor_image(int argc, char **argv);
 int vexor_scene(int argc, char **argv);
+int vexor_subd(int argc, char **argv);
+int vexor_polygon(int argc, char **argv);
 
 // In the order `vexor --help` lists them.
 inline constexpr Subcommand kSubcommands[] = {
@@ -118,6 +120,36 @@ inline constexpr Subcommand kSubcommands[] = {
      "megapixels are refused.\n"
      "\n"
      "example: vexor image convert render.exr preview.png\n"},
+    {"subd", "draw a cube and a five-sided face subdivided at levels 0 to 3", vexor_subd,
+     "usage: vexor subd\n"
+     "       vexor subd --svg PATH\n"
+     "\n"
+     "Builds a cube and a lone five-sided face (one corner lifted) of subdivision\n"
+     "surface polygons, sets their level from 1 to 3 and draws each level in a row:\n"
+     "the cage dashed in grey, the quads of the refined surface in blue and the\n"
+     "limit positions of the cage's corners as red dots (level 0 shows the cage and\n"
+     "its limit corners only). Prints the number of refined quads and the limit of\n"
+     "the first corner at each level.\n"
+     "\n"
+     "  --svg PATH   where to write the picture (default: vexor-subd.svg)\n"},
+    {"polygon", "test a grid of points against a polygon and draw it", vexor_polygon,
+     "usage: vexor polygon [FILE] [options]\n"
+     "\n"
+     "Builds a polygon from FILE (one vertex a line, \"x y [z]\"; # starts a comment;\n"
+     "at most 10000 vertices) or, without a file, a star; tests a grid of points\n"
+     "against it with a boundary band, prints what the polygon tests find (vertex\n"
+     "count and winding, the corner normal at vertex 0, the axis the point tests\n"
+     "drop, first-corner and all-corner convexity, validity, the grid's counts) and\n"
+     "draws the polygon with its points coloured inside, outside and on the band.\n"
+     "The band lies along the vertices, nearly level edges and the edges that run\n"
+     "downward in the plane's v direction only; the picture marks those edges.\n"
+     "\n"
+     "  --star N     the built-in star's number of points (default: 5)\n"
+     "  --grid N     test points per side, 2 to 200 (default: 41)\n"
+     "  --band T     the band's half-width (default: a fiftieth of the polygon's size)\n"
+     "  --svg PATH   where to write the picture (default: vexor-polygon.svg)\n"
+     "\n"
+     "example: vexor polygon --star 7 --grid 61\n"},
     {"adjust", "change a picture's hue, saturation, colour and levels as a render output does",
      vexor_adjust,
      "usage: vexor adjust IN OUT [options]\n"
