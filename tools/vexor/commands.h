@@ -26,6 +26,7 @@ int vexor_gallery(int argc, char **argv);
 int vexor_hull(int argc, char **argv);
 int vexor_image(int argc, char **argv);
 int vexor_scene(int argc, char **argv);
+int vexor_subd(int argc, char **argv);
 int vexor_polygon(int argc, char **argv);
 
 // In the order `vexor --help` lists them.
@@ -120,6 +121,18 @@ inline constexpr Subcommand kSubcommands[] = {
      "megapixels are refused.\n"
      "\n"
      "example: vexor image convert render.exr preview.png\n"},
+    {"subd", "draw a cube and a five-sided face subdivided at levels 0 to 3", vexor_subd,
+     "usage: vexor subd\n"
+     "       vexor subd --svg PATH\n"
+     "\n"
+     "Builds a cube and a lone five-sided face (one corner lifted) of subdivision\n"
+     "surface polygons, sets their level from 1 to 3 and draws each level in a row:\n"
+     "the cage dashed in grey, the quads of the refined surface in blue and the\n"
+     "limit positions of the cage's corners as red dots (level 0 shows the cage and\n"
+     "its limit corners only). Prints the number of refined quads and the limit of\n"
+     "the first corner at each level.\n"
+     "\n"
+     "  --svg PATH   where to write the picture (default: vexor-subd.svg)\n"},
     {"polygon", "test a grid of points against a polygon and draw it", vexor_polygon,
      "usage: vexor polygon [FILE] [options]\n"
      "\n"

@@ -249,13 +249,15 @@ double curve_value(const PlottedCurve &curve, double time) {
 }
 
 bool write_curve_plot(const char *path, const std::vector<PlottedCurve> &curves, PlotSpan span,
-                      const std::string &title) {
+                      const std::string &title, const std::vector<SvgPanel> &panels) {
     std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path, "w"));
     if (!file) return false;
     std::FILE *f = file.get();
     const Frame fr = frame_for(curves, span);
-    const double height =
+    const double plot_height =
         kPlotHeight + kLegendRow * static_cast<double>(legend_rows(curves.size()));
+    double height = plot_height;
+    for (const SvgPanel &panel : panels) height += panel.height;
     std::fprintf(f,
                  "<svg xmlns='http://www.w3.org/2000/svg' width='%.0f' height='%.0f' "
                  "viewBox='0 0 %.0f %.0f' font-family='sans-serif' font-size='12'>\n",
@@ -276,6 +278,11 @@ bool write_curve_plot(const char *path, const std::vector<PlottedCurve> &curves,
     }
     std::fputs("</g>\n", f);
     write_legend(f, curves);
+    double top = plot_height;
+    for (const SvgPanel &panel : panels) {
+        panel.draw(f, top, kWidth);
+        top += panel.height;
+    }
     std::fputs("</svg>\n", f);
     if (std::ferror(f) != 0) return false;
     return std::fclose(file.release()) == 0;

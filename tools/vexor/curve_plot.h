@@ -23,11 +23,18 @@ struct PlotSpan {
     double to;
 };
 
+// A further drawing under the plot: its height, and what draws it into the file with its top
+// edge at `top` across the picture's width.
+struct SvgPanel {
+    double height;
+    std::function<void(std::FILE *f, double top, double width)> draw;
+};
+
 // Writes an SVG plot of the curves over the span: time and value axes with labels, one colour
-// per curve, a dot on every key, the keys' tangent handles, and a legend. False (with errno
-// set by the C library) when the file cannot be written.
+// per curve, a dot on every key, the keys' tangent handles, and a legend; then the panels, one
+// under the other. False (with errno set by the C library) when the file cannot be written.
 bool write_curve_plot(const char *path, const std::vector<PlottedCurve> &curves, PlotSpan span,
-                      const std::string &title);
+                      const std::string &title, const std::vector<SvgPanel> &panels = {});
 
 // Prints the curves' values at every `every`-th frame of `fps` frames per second over the span,
 // one row per frame.

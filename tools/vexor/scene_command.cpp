@@ -22,6 +22,7 @@
 #include "curve_plot.h"
 #include "demo_clips.h"
 #include "demo_types.h"
+#include "xfrm_demo.h"
 
 namespace {
 
@@ -93,6 +94,7 @@ int show(int argc, char **argv) {
                     parent != nullptr ? CineItemUniqueName(parent) : "",
                     CineItemHidden(item) != 0 ? ", hidden" : "");
     }
+    print_xfrm_chains(scene);
     print_groups_and_clips(stdout, scene);
     std::printf("Actions, in evaluation order first:\n");
     std::vector<CineAction *> actions;
