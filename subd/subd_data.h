@@ -23,7 +23,7 @@ inline constexpr unsigned kMaxFaceSize = 256;
 // Refined geometry is made at the highest level not above the one asked whose quads fit here.
 inline constexpr std::size_t kMaxRefinedFaces = std::size_t{1} << 20;
 
-// Refresh steps of SubdRefresh: drop the whole derived part, or refill the refined positions.
+// Refresh steps of refresh(): drop the whole derived part, or refill the refined positions now.
 inline constexpr std::uint32_t kRefreshTopology = 0x3;
 inline constexpr std::uint32_t kRefreshGeometry = 0x20;
 

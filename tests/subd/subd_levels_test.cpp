@@ -163,18 +163,6 @@ TEST_F(Levels, CageModeIsQuietFlushesAndRefreshesByItsOwner) {
     data().owner->flags = 0;
 }
 
-TEST_F(Levels, PreviewSettingsBelongToNoMesh) {
-    EXPECT_EQ(SUBDGetPreviewRenderLevel(), 1);
-    EXPECT_EQ(SUBDGetPreviewCage(), 0);
-    SUBDSetPreviewRenderLevel(5);
-    SUBDSetPreviewCage(1);
-    EXPECT_EQ(SUBDGetPreviewRenderLevel(), 5);
-    EXPECT_EQ(SUBDGetPreviewCage(), 1);
-    SUBDSetPreviewRenderLevel(1);
-    SUBDSetPreviewCage(0);
-    EXPECT_EQ(events->count(), 0u);
-}
-
 TEST_F(Levels, ObsoletePatchQueriesReportAndAnswerZero) {
     FailureLines log;
     float out[12] = {};

@@ -23,6 +23,7 @@ int vexor_blend(int argc, char **argv);
 int vexor_demo(int argc, char **argv);
 int vexor_env(int argc, char **argv);
 int vexor_gallery(int argc, char **argv);
+int vexor_hull(int argc, char **argv);
 int vexor_image(int argc, char **argv);
 int vexor_scene(int argc, char **argv);
 int vexor_subd(int argc, char **argv);
@@ -192,4 +193,21 @@ inline constexpr Subcommand kSubcommands[] = {
      "  --cell N      the size of one cell in pixels, 32 to 1024 (default: 160)\n"
      "\n"
      "example: vexor blend --opacity 0.5 --png half.png\n"},
+    {"hull", "the convex hull, bounding box and major axis of 2D or 3D points", vexor_hull,
+     "usage: vexor hull FILE [--svg PATH] [--print N]\n"
+     "\n"
+     "Reads points from FILE, one a line: \"x y\" for points in the plane or \"x y z\"\n"
+     "for points in space (blanks or commas between numbers, # starts a comment).\n"
+     "Points in space are hulled in the plane that fits them best, seen along the\n"
+     "axis nearest its normal. Prints the hull's vertices (the file's point numbers),\n"
+     "its bounding box and its major axis (a small rectangle around it), and draws\n"
+     "the points, the hull and that rectangle to an SVG picture.\n"
+     "\n"
+     "  --svg PATH   where to write the picture (default: vexor-hull.svg)\n"
+     "  --print N    print at most N hull vertices (default: 40)\n"
+     "\n"
+     "The file may hold up to 2,000,000 points and 64 MiB. Exit status: 0 done, 1 the\n"
+     "file could not be read or holds fewer than two distinct points, 2 bad options.\n"
+     "\n"
+     "example: vexor hull points.txt --svg hull.svg\n"},
 };
