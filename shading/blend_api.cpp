@@ -34,7 +34,7 @@ template <int Mode>
 void row_rgb(float *out, const float *base, const float *layer, std::size_t pixels,
              float opacity) noexcept {
     const std::size_t n = pixels * 3;
-    const F4 o = splat<F4>(opacity);
+    const F4 o = splat<F4>(static_cast<double>(opacity));
     std::size_t i = 0;
     for (; i + 4 <= n; i += 4) store(out + i, composite<Mode>(load(base + i), load(layer + i), o));
     for (; i < n; ++i) out[i] = composite<Mode, float>(base[i], layer[i], opacity);
