@@ -1,10 +1,10 @@
 // The modifiers that compute matrices: one per transform subtype, which turns the transform's
 // own channels into its "matrix"; "$inverse", which gives a compensation the inverse of its
-// partner's matrix; "xfrmcore", which composes a placed item's local, parent and world
-// matrices from its chain, its placed parent's world matrix and its inherit switches; and
-// "xfrmcore.parts", which splits the world matrix into position, rotation and scale and places
-// the pivot. Two nodes per placed item, so that reading world matrices (the common case) does
-// not pay for the split.
+// partner's matrix; "xfrmcore", which composes a placed item's world matrix from its chain,
+// its placed parent's world matrix and its inherit switches; "xfrmcore.local", which gives the
+// local, inherited and parent matrices from the same inputs; and "xfrmcore.parts", which
+// splits the world matrix into position, rotation and scale and places the pivot. Three nodes
+// per placed item, so that reading world matrices (the common case) pays for nothing else.
 //
 // Every node reads channels through the evaluation cache, so a matrix is computed again only
 // when something it depends on has changed or is animated, and a re-read at the same time
@@ -117,8 +117,11 @@ bool any_item(const CineItem &) {
     return true;
 }
 
-// The world matrix and what it is made of. The parent's world matrix is split only when an
-// inherit switch is off, so the common case is two products.
+// The world matrix, and apart from it what it is made of. Every output a node has costs a
+// store whenever it runs, so the world matrix, which is read most, has a node to itself; both
+// nodes read the same inputs. The parent's world matrix is split only when an inherit switch is
+// off, so the common case is two products.
+template <bool World>
 bool link_core(Node &node, CineModLinks *links) {
     CineItem &item = *node.item;
     node.members = 0;
@@ -132,12 +135,14 @@ bool link_core(Node &node, CineModLinks *links) {
     for (std::uint32_t channel : {kInheritPos, kInheritRot, kInheritScl}) {
         if (CineModAddInput(links, &item, channel) < 0) return false;
     }
-    for (std::uint32_t channel : {kLocalMatrix, kParentMatrix, kWorldMatrix, kWParentMatrix}) {
+    if (World) return CineModAddOutput(links, &item, kWorldMatrix) >= 0;
+    for (std::uint32_t channel : {kLocalMatrix, kParentMatrix, kWParentMatrix}) {
         if (CineModAddOutput(links, &item, channel) < 0) return false;
     }
     return true;
 }
 
+template <bool World>
 void eval_core(Node &node, CineModEval *eval) {
     mat::Matrix4 local = mat::identity();
     for (std::uint32_t i = 0; i < node.members; ++i) mat::compose(local, input_matrix(eval, i));
@@ -158,10 +163,13 @@ void eval_core(Node &node, CineModEval *eval) {
         if (rot) mat::compose(inherited, parent_rot);
         if (pos) mat::compose(inherited, parent_pos);
     }
-    set_matrix(eval, 0, local);
-    set_matrix(eval, 1, inherited);
-    set_matrix(eval, 2, mat::multiply(local, inherited));
-    set_matrix(eval, 3, parent_world);
+    if (World) {
+        set_matrix(eval, 0, mat::multiply(local, inherited));
+    } else {
+        set_matrix(eval, 0, local);
+        set_matrix(eval, 1, inherited);
+        set_matrix(eval, 2, parent_world);
+    }
 }
 
 // The world matrix split into scale, rotation and position, and the pivot's place and turn.
@@ -210,7 +218,8 @@ const Spec kSpecs[] = {
     {"rotation", "rotation", kRotationType, plain_transform, link_own<4>, eval_rotation},
     {"scale", "scale", kScaleType, plain_transform, link_own<3>, eval_scale},
     {"shear", "shear", kShearType, plain_transform, link_own<3>, eval_shear},
-    {"xfrmcore", "xfrmcore", kCoreType, any_item, link_core, eval_core},
+    {"xfrmcore", "xfrmcore", kCoreType, any_item, link_core<true>, eval_core<true>},
+    {"xfrmcore.local", "xfrmcore", kCoreType, any_item, link_core<false>, eval_core<false>},
     {"xfrmcore.parts", "xfrmcore", kCoreType, any_item, link_parts, eval_parts},
 };
 
