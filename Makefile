@@ -15,13 +15,17 @@ CLANG_FORMAT ?= $(or $(shell command -v clang-format-14 2>/dev/null),clang-forma
 # The C and C++ files known to git (committed or new, not ignored) that still exist.
 SOURCES = $(sort $(wildcard $(shell git ls-files --cached --others --exclude-standard -- '*.h' '*.cpp' '*.c')))
 
-.PHONY: help test demo sanitize tsan bench fuzz install format format-check clean
+.PHONY: help test demo sanitize tsan volume soak bench fuzz install format format-check clean
 
 help:
 	@echo "make demo                 build and run 'vexor demo'"
 	@echo "make test                 build and run the tests (preset $(PRESET))"
 	@echo "make sanitize             the tests under AddressSanitizer and UBSan"
 	@echo "make tsan                 the tests that use threads, under ThreadSanitizer"
+	@echo "make volume               optimised build with the tests, warnings are errors; the"
+	@echo "                          fault and undo property checks at volume, fixed seeds"
+	@echo "make soak SECONDS=n       the random undo sequences with fresh seeds for n seconds;"
+	@echo "                          prints any failing seed and how to replay it"
 	@echo "make bench                optimised build, run every benchmark"
 	@echo "make fuzz SECONDS=n       build the fuzz targets with clang, fuzz each for n seconds"
 	@echo "make install PREFIX=dir   install the library, headers and program (now: $(PREFIX))"
@@ -49,6 +53,16 @@ tsan:
 	cmake --build --preset tsan
 	ctest --preset tsan
 
+volume:
+	cmake --preset volume
+	cmake --build --preset volume
+	.ci/properties volume
+
+soak:
+	cmake --preset volume
+	cmake --build --preset volume
+	.ci/properties soak $(or $(SECONDS),60)
+
 bench:
 	cmake --preset release
 	cmake --build --preset release
@@ -65,7 +79,7 @@ bench:
 
 # The seed corpora stay as committed; what the fuzzers find goes to working corpora. Each
 # target fuzzes for SECONDS (default 60).
-FUZZ_TARGETS = env_load scene_load irr_cache_load
+FUZZ_TARGETS = env_load scene_load cli_options irr_cache_load
 fuzz:
 	cmake --preset fuzz
 	cmake --build --preset fuzz
@@ -88,4 +102,4 @@ format-check:
 	$(CLANG_FORMAT) --dry-run --Werror $(SOURCES)
 
 clean:
-	rm -rf build/dev build/ci build/sanitize build/tsan build/release build/fuzz
+	rm -rf build/dev build/ci build/sanitize build/tsan build/release build/volume build/fuzz

@@ -18,7 +18,10 @@ inline const float *stored_position(const MeshVertex *vertex) noexcept {
 class PositionSource {
   public:
     // Positions as `mesh` sees them, or as each vertex's own mesh does for a null mesh.
-    explicit PositionSource(const Mesh *mesh) noexcept;
+    // A mesh that is no instance reads the storage of its own vertices: its position map is the
+    // first map it made, which cannot be destroyed.
+    explicit PositionSource(const Mesh *mesh) noexcept
+        : layer_(mesh != nullptr && mesh->source != nullptr ? instance_layer(mesh) : nullptr) {}
 
     // Whether every position is the vertex's stored one.
     bool direct() const noexcept { return layer_ == nullptr; }
@@ -32,8 +35,10 @@ class PositionSource {
 
   private:
     static constexpr float kOrigin[3] = {0.0f, 0.0f, 0.0f};
+    // The instance's own position map laid over its source's, or null.
+    static const VMap *instance_layer(const Mesh *mesh) noexcept;
     const float *through_layer(const MeshVertex *vertex) const noexcept;
-    const VMap *layer_ = nullptr;
+    const VMap *layer_;
 };
 
 }  // namespace vx::mesh

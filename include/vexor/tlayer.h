@@ -96,6 +96,15 @@ VX_API CineItem *TLayerRootItem(CineItem *layer);
  * layer. Returns 1, or 0 (no graph, items of two scenes, or a failure). */
 VX_API int TLayerLinkShade(CineItem *from, CineItem *layer);
 
+/* Gives `copy` every "shadeLoc" link of `original` (forward and backward) that it lacks, as
+ * one undoable edit. Returns the number of links made, or -1 (no graph, items of two scenes,
+ * or a failure, which leaves no link made). */
+VX_API int TLayerRestoreLinks(CineItem *copy, const CineItem *original);
+/* Duplicates a layer just above it in its group: an item of the same type with the layer's
+ * channel entries of the "setup" action, its children duplicated alike, and its "shadeLoc"
+ * links restored. One undoable edit; null on failure, which leaves nothing made. */
+VX_API CineItem *TLayerDuplicateItem(CineItem *layer);
+
 /* The name of a polygon-tag type for a "mask" group's "ptyp" channel: "Material" for MATR,
  * "Part" for PART, "Selection Set" for PICK; null for others. */
 VX_API const char *TLayerTagTypeName(uint32_t tagType);

@@ -1,6 +1,8 @@
 // Action clips: their own action through creation, deletion and undo; claims and releases;
 // kinds; activation as evaluation sees it; parenting; enabling.
+#include <vexor/package.h>
 #include <vexor/undo.h>
+#include <vexor/xfrm.h>
 
 #include "clip_fixture.h"
 
@@ -17,6 +19,7 @@ TEST_F(Clips, AClipsActionComesAndGoesWithTheClip) {
     EXPECT_EQ(CineActionType(action), CINE_ACTION_SCENE);
     EXPECT_EQ(ActionClipType(clip), ACTIONCLIP_KIND_ANIMATION);
     EXPECT_EQ(ActionClipFromAction(action), clip);
+    EXPECT_EQ(CineItemPackageLocal(clip, CinePackageFind("actionclip")), clip);
     EXPECT_EQ(ActionClipFromAction(CineActionGetDefault(scene, CINE_ACTION_EDIT)), nullptr);
     EXPECT_STREQ(CineActionName(action), CineItemGetTag(clip, ACTIONCLIP_ACTION_TAG));
 
@@ -76,6 +79,22 @@ TEST_F(Clips, ClaimsSkipClipsAndMatricesAndKeepWhatTheGroupHolds) {
     EXPECT_EQ(ActionClipAddItem(clip, nullptr, make_named(elsewhere, body, "far")), 0);
     EXPECT_EQ(ActionClipAddItem(arm, nullptr, leg), 0);
     CinemaDestroy(elsewhere);
+}
+
+TEST_F(Clips, APlacedItemsTransformsAreClaimedWithIt) {
+    CineItem *clip = make_named(scene, ACTIONCLIP_TYPE_CODE, "walk");
+    CineItem *locator = make_named(scene, CineLookupType("locator"), "hand");
+    CineItem *move = XfrmAddStdTransform(locator, 2);  // a translation
+    ASSERT_NE(move, nullptr);
+    CineAction *action = ActionClipAction(clip);
+    ASSERT_EQ(ActionClipAddItem(clip, nullptr, locator), 1);
+    const unsigned own = 2;  // the transform's first channel after "matrix" and "type"
+    EXPECT_EQ(CineActionState(action, move, own), CINE_STATE_REMOVED);
+    EXPECT_EQ(
+        CineActionState(action, move, static_cast<unsigned>(CineItemLookupChannel(move, "matrix"))),
+        CINE_STATE_NONE);
+    ASSERT_EQ(ActionClipRemoveItem(clip, nullptr, locator), 1);
+    EXPECT_EQ(CineActionState(action, move, own), CINE_STATE_NONE);
 }
 
 TEST_F(Clips, KindsFollowTheActionType) {

@@ -171,6 +171,35 @@ TEST_F(LayerTree, ShadeContextsWalkFromTheBaseLayerUp) {
     EXPECT_STREQ(TLayerShadeContext(based), "camera");  // the base layer leads
 }
 
+TEST_F(LayerTree, DuplicatesCarryValuesChildrenAndLinksAndUndoAsOne) {
+    context_type("tstCamera", "camera");
+    CineItem *camera = make("tstCamera");
+    CineItem *group = make("mask", root);
+    CineItem *top = make("constant", root);
+    CineItem *layer = make("constant", group);
+    set_rgb(layer, "color", 0.25, 0.5, 0.75);
+    set_text(group, "ptag", "Wood");
+    ASSERT_EQ(TLayerLinkShade(camera, group), 1);
+    const unsigned before = CinemaItemCount(scene);
+
+    CineItem *copy = TLayerDuplicateItem(group);
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(TLayerNextLayer(group), copy);
+    EXPECT_EQ(TLayerNextLayer(copy), top);
+    EXPECT_EQ(TLayerBaseLayer(copy), camera);
+    EXPECT_EQ(tree(root), "mask:Wood mask:Wood constant ");
+    ASSERT_EQ(CineItemSubCount(copy), 1u);
+    CineItem *inner = CineItemSubByIndex(copy, 0);
+    EXPECT_DOUBLE_EQ(CineActionValueFloat(setup, inner, channel_of(inner, "color.B")), 0.75);
+    EXPECT_EQ(TLayerRestoreLinks(copy, group), 0);  // nothing left to restore
+
+    ASSERT_EQ(UndoSysUndo(), 1);
+    EXPECT_EQ(CinemaItemCount(scene), before);
+    EXPECT_EQ(tree(root), "mask:Wood constant ");
+    EXPECT_EQ(TLayerIsMaskLayer(group), 1);
+    EXPECT_EQ(TLayerDuplicateItem(camera), nullptr);  // not a layer
+}
+
 TEST_F(Materials, LookupFindsNestedAndLinkedGroupsBeforeCreating) {
     CineItem *output = make("renderOutput", root);
     const unsigned before = CinemaItemCount(scene);

@@ -23,9 +23,11 @@ int vexor_blend(int argc, char **argv);
 int vexor_demo(int argc, char **argv);
 int vexor_env(int argc, char **argv);
 int vexor_gallery(int argc, char **argv);
+int vexor_hull(int argc, char **argv);
 int vexor_image(int argc, char **argv);
 int vexor_irrcache(int argc, char **argv);
 int vexor_scene(int argc, char **argv);
+int vexor_subd(int argc, char **argv);
 int vexor_polygon(int argc, char **argv);
 
 // In the order `vexor --help` lists them.
@@ -120,6 +122,18 @@ inline constexpr Subcommand kSubcommands[] = {
      "megapixels are refused.\n"
      "\n"
      "example: vexor image convert render.exr preview.png\n"},
+    {"subd", "draw a cube and a five-sided face subdivided at levels 0 to 3", vexor_subd,
+     "usage: vexor subd\n"
+     "       vexor subd --svg PATH\n"
+     "\n"
+     "Builds a cube and a lone five-sided face (one corner lifted) of subdivision\n"
+     "surface polygons, sets their level from 1 to 3 and draws each level in a row:\n"
+     "the cage dashed in grey, the quads of the refined surface in blue and the\n"
+     "limit positions of the cage's corners as red dots (level 0 shows the cage and\n"
+     "its limit corners only). Prints the number of refined quads and the limit of\n"
+     "the first corner at each level.\n"
+     "\n"
+     "  --svg PATH   where to write the picture (default: vexor-subd.svg)\n"},
     {"polygon", "test a grid of points against a polygon and draw it", vexor_polygon,
      "usage: vexor polygon [FILE] [options]\n"
      "\n"
@@ -190,4 +204,21 @@ inline constexpr Subcommand kSubcommands[] = {
      "irradiance; values of the second list are outlined.\n"
      "\n"
      "  --svg PATH   where to write the picture (default: vexor-irrcache.svg)\n"},
+    {"hull", "the convex hull, bounding box and major axis of 2D or 3D points", vexor_hull,
+     "usage: vexor hull FILE [--svg PATH] [--print N]\n"
+     "\n"
+     "Reads points from FILE, one a line: \"x y\" for points in the plane or \"x y z\"\n"
+     "for points in space (blanks or commas between numbers, # starts a comment).\n"
+     "Points in space are hulled in the plane that fits them best, seen along the\n"
+     "axis nearest its normal. Prints the hull's vertices (the file's point numbers),\n"
+     "its bounding box and its major axis (a small rectangle around it), and draws\n"
+     "the points, the hull and that rectangle to an SVG picture.\n"
+     "\n"
+     "  --svg PATH   where to write the picture (default: vexor-hull.svg)\n"
+     "  --print N    print at most N hull vertices (default: 40)\n"
+     "\n"
+     "The file may hold up to 2,000,000 points and 64 MiB. Exit status: 0 done, 1 the\n"
+     "file could not be read or holds fewer than two distinct points, 2 bad options.\n"
+     "\n"
+     "example: vexor hull points.txt --svg hull.svg\n"},
 };
