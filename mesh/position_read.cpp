@@ -5,12 +5,11 @@
 
 namespace vx::mesh {
 
-PositionSource::PositionSource(const Mesh *mesh) noexcept {
-    if (mesh == nullptr) return;
+const VMap *PositionSource::layer_of(const Mesh *mesh) noexcept {
     // The mesh's position map is its first one of the position type: its own storage, its
     // source's for an instance, or the instance's map laid over the source's.
     const VMap *map = vmap_at(mesh, kPositionType, 0);
-    if (map != nullptr && (map->flags & VMAP_POSITIONS) == 0) layer_ = map;
+    return map != nullptr && (map->flags & VMAP_POSITIONS) == 0 ? map : nullptr;
 }
 
 const float *PositionSource::through_layer(const MeshVertex *vertex) const noexcept {

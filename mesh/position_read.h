@@ -17,8 +17,12 @@ inline const float *stored_position(const MeshVertex *vertex) noexcept {
 
 class PositionSource {
   public:
-    // Positions as `mesh` sees them, or as each vertex's own mesh does for a null mesh.
-    explicit PositionSource(const Mesh *mesh) noexcept;
+    // Positions as `mesh` sees them, or as each vertex's own mesh does for a null mesh. A mesh
+    // without a source sees the stored positions: its position map is the first map it made and
+    // cannot be removed.
+    explicit PositionSource(const Mesh *mesh) noexcept {
+        if (mesh != nullptr && mesh->source != nullptr) layer_ = layer_of(mesh);
+    }
 
     // Whether every position is the vertex's stored one.
     bool direct() const noexcept { return layer_ == nullptr; }
@@ -32,6 +36,7 @@ class PositionSource {
 
   private:
     static constexpr float kOrigin[3] = {0.0f, 0.0f, 0.0f};
+    static const VMap *layer_of(const Mesh *mesh) noexcept;
     const float *through_layer(const MeshVertex *vertex) const noexcept;
     const VMap *layer_ = nullptr;
 };
