@@ -5,7 +5,7 @@
  * (CineItemDelete) destroys the action in the same edit, and undo brings both back. A scene
  * file keeps the tag, so a loaded clip finds its action again; a clip whose action is missing
  * has none ("Action not found for ActionClip: %s" in the debug log), and every clip function
- * then returns 0 or null for it.
+ * but enabling then returns 0 or null for it (enabling lives in a tag of the clip itself).
  *
  * A clip claims channels: the channels of the items added to it get an entry in its action
  * (marked removed until the animator gives them a value or keys). Matrix and object channels
