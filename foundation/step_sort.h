@@ -20,6 +20,15 @@ class StepSort {
         scratch_.resize(count);
     }
 
+    // Starts over on other items, at most as many as the scratch was made for (so nothing is
+    // allocated): for callers that make room first and learn the count later.
+    void restart(T *items, std::size_t count) noexcept {
+        items_ = items;
+        count_ = count <= scratch_.size() ? count : scratch_.size();
+        width_ = 1;
+        start_ = 0;
+    }
+
     // Merges the next pair of runs; false once the array is sorted.
     bool step() {
         if (width_ >= count_) return false;

@@ -200,6 +200,59 @@ std::size_t ConvexHullData::find_pivot() const noexcept {
     return pivot;
 }
 
+// Points strictly inside the polygon of the extreme points (least and greatest u, v, u + v and
+// u - v) can be no hull vertex and need not be sorted: dropping them first takes most of the
+// work out of hulls of spread-out points. The test keeps a margin, so points near its edges,
+// where rounding could misjudge them, stay.
+void ConvexHullData::drop_inside_extremes() noexcept {
+    const std::size_t count = points_.size();
+    if (count < 8) return;
+    const HullPoint *extreme[8];  // counter-clockwise from the bottom
+    for (const HullPoint *&e : extreme) e = points_[0];
+    for (const HullPoint *p : points_) {
+        if (p->v < extreme[0]->v) extreme[0] = p;
+        if (p->u - p->v > extreme[1]->u - extreme[1]->v) extreme[1] = p;
+        if (p->u > extreme[2]->u) extreme[2] = p;
+        if (p->u + p->v > extreme[3]->u + extreme[3]->v) extreme[3] = p;
+        if (p->v > extreme[4]->v) extreme[4] = p;
+        if (p->v - p->u > extreme[5]->v - extreme[5]->u) extreme[5] = p;
+        if (p->u < extreme[6]->u) extreme[6] = p;
+        if (-p->u - p->v > -extreme[7]->u - extreme[7]->v) extreme[7] = p;
+    }
+    double corner[8][2];
+    std::size_t corners = 0;
+    for (const HullPoint *e : extreme) {
+        if (corners > 0 && corner[corners - 1][0] == e->u && corner[corners - 1][1] == e->v)
+            continue;
+        corner[corners][0] = e->u;
+        corner[corners][1] = e->v;
+        ++corners;
+    }
+    while (corners > 1 && corner[corners - 1][0] == corner[0][0] &&
+           corner[corners - 1][1] == corner[0][1])
+        --corners;
+    if (corners < 3) return;
+    double scale = 0.0;
+    for (std::size_t k = 0; k < corners; ++k)
+        scale = std::fmax(scale, std::fmax(std::fabs(corner[k][0]), std::fabs(corner[k][1])));
+    const double margin = 1e-9 * scale * scale;
+    std::size_t kept = 1;
+    for (std::size_t i = 1; i < count; ++i) {
+        HullPoint *p = points_[i];
+        bool inside = true;
+        for (std::size_t k = 0; k < corners && inside; ++k) {
+            const double *a = corner[k], *b = corner[(k + 1) % corners];
+            inside = (b[0] - a[0]) * (p->v - a[1]) - (b[1] - a[1]) * (p->u - a[0]) > margin;
+        }
+        if (inside) {
+            pool_.free(p);
+        } else {
+            points_[kept++] = p;
+        }
+    }
+    points_.resize(kept);
+}
+
 void ConvexHullData::scan() {
     stack_.clear();
     stack_.reserve(points_.size());
@@ -236,6 +289,8 @@ bool ConvexHullData::done() {
     is3d_ = false;
 
     std::swap(points_[0], points_[pivot]);
+    drop_inside_extremes();
+    sort.restart(points_.data() + 1, points_.size() - 1);
     sort.run();
     // Points on one ray end up next to each other, nearer first. A correct sort compares
     // neighbours that differ, but not always neighbours that compare equal (two points in one

@@ -77,6 +77,7 @@ class ConvexHullData {
     void free_points() noexcept;
     void choose_projection();
     std::size_t find_pivot() const noexcept;
+    void drop_inside_extremes() noexcept;
     void scan();
 
     BlockPool pool_;

@@ -56,8 +56,9 @@ VX_API int ConvexHullAppendPosF(ConvexHull *hull, const float position[3], uint6
  * Returns 1, or 0 when fewer than 2 points were appended. Closes the duplicate index. */
 VX_API int ConvexHullDone(ConvexHull *hull);
 
-/* The points appended since ConvexHullStart; after ConvexHullDone, those left once the points
- * that cannot be hull vertices (behind a farther point on a ray from the pivot) were dropped. */
+/* The points appended since ConvexHullStart; after ConvexHullDone, those left once points that
+ * cannot be hull vertices were dropped (those well inside the polygon of the extreme points,
+ * and those behind a farther point on a ray from the pivot). */
 VX_API unsigned int ConvexHullPointCount(const ConvexHull *hull);
 
 /* The hull list (after ConvexHullDone): its length, and its index-th vertex's (u, v) and client

@@ -558,6 +558,15 @@ void register_scenes(py::module_ &m) {
             },
             py::arg("channel"), py::arg("envelope"), py::arg("action") = py::none(),
             "Gives the action's entry an envelope of Python's own; the action takes it over.")
+        .def(
+            "delete",
+            [](const Item &i) {
+                LibraryLock lock;
+                begin_call();
+                check(CineItemDelete(i.get()), "could not delete the item");
+            },
+            "Takes the item out of its scene with its links (undoable: undo puts it back as it "
+            "was). Using it afterwards raises LifetimeError until an undo brings it back.")
         .def("__eq__", [](const Item &a, const Item &b) { return a.item == b.item; })
         .def("__hash__", [](const Item &i) { return std::hash<const void *>()(i.item); })
         .def("__repr__", [](const Item &i) {

@@ -78,13 +78,21 @@ def test_a_destroyed_scene_makes_everything_of_it_raise(ball_type):
     del evaluator  # its record went with the scene: dropping it must not touch it
 
 
-def test_undone_items_raise_until_redone(scene, ball_type, history):
+def test_undone_and_deleted_items_raise_until_brought_back(scene, ball_type, history):
     ball = scene.create_item(ball_type, "Gone")
     vexor.undo()
     with pytest.raises(vexor.LifetimeError):
         ball.name
     vexor.redo()
     assert ball.name == "Gone"
+    child = scene.create_item(ball_type)
+    child.parent = ball
+    child.delete()
+    assert ball.children == [] and ball in scene.items
+    with pytest.raises(vexor.LifetimeError):
+        child.parent
+    vexor.undo()
+    assert child.parent == ball
 
 
 def test_scene_events_name_their_subject(scene, ball_type, history):
