@@ -9,18 +9,23 @@ else
 PRESET ?= dev
 endif
 PREFIX ?= /usr/local
+PYTHON ?= $(or $(wildcard /usr/bin/python3),python3)
 CLANG_FORMAT ?= $(or $(shell command -v clang-format-14 2>/dev/null),clang-format)
 
 # The C and C++ files known to git (committed or new, not ignored) that still exist.
 SOURCES = $(sort $(wildcard $(shell git ls-files --cached --others --exclude-standard -- '*.h' '*.cpp' '*.c')))
 
-.PHONY: help test demo sanitize tsan bench fuzz install format format-check clean
+.PHONY: help test demo sanitize tsan volume soak bench fuzz install format format-check clean
 
 help:
 	@echo "make demo                 build and run 'vexor demo'"
 	@echo "make test                 build and run the tests (preset $(PRESET))"
 	@echo "make sanitize             the tests under AddressSanitizer and UBSan"
 	@echo "make tsan                 the tests that use threads, under ThreadSanitizer"
+	@echo "make volume               optimised build with the tests, warnings are errors; the"
+	@echo "                          fault and undo property checks at volume, fixed seeds"
+	@echo "make soak SECONDS=n       the random undo sequences with fresh seeds for n seconds;"
+	@echo "                          prints any failing seed and how to replay it"
 	@echo "make bench                optimised build, run every benchmark"
 	@echo "make fuzz SECONDS=n       build the fuzz targets with clang, fuzz each for n seconds"
 	@echo "make install PREFIX=dir   install the library, headers and program (now: $(PREFIX))"
@@ -48,6 +53,16 @@ tsan:
 	cmake --build --preset tsan
 	ctest --preset tsan
 
+volume:
+	cmake --preset volume
+	cmake --build --preset volume
+	.ci/properties volume
+
+soak:
+	cmake --preset volume
+	cmake --build --preset volume
+	.ci/properties soak $(or $(SECONDS),60)
+
 bench:
 	cmake --preset release
 	cmake --build --preset release
@@ -56,10 +71,15 @@ bench:
 	    found=1; echo "== $$program"; "$$program" || exit 1; \
 	done; \
 	if [ -z "$$found" ]; then echo "no benchmark programs in build/release/bench" >&2; exit 1; fi
+	@if [ -x build/release/python/bench/vexor_python_env_loop ]; then \
+	    echo "== python/bench/env_numpy_bench.py"; \
+	    PYTHONPATH=build/release/python $(PYTHON) build/release/python/bench/env_numpy_bench.py \
+	        build/release/python/bench/vexor_python_env_loop; \
+	fi
 
 # The seed corpora stay as committed; what the fuzzers find goes to working corpora. Each
 # target fuzzes for SECONDS (default 60).
-FUZZ_TARGETS = env_load scene_load
+FUZZ_TARGETS = env_load scene_load cli_options irr_cache_load
 fuzz:
 	cmake --preset fuzz
 	cmake --build --preset fuzz
@@ -71,7 +91,7 @@ fuzz:
 
 install:
 	cmake --preset release
-	cmake --build --preset release --target vexor vexor_cli
+	cmake --build --preset release --target vexor vexor_cli vexor_python
 	cmake --install build/release --prefix "$(PREFIX)"
 
 format:
@@ -82,4 +102,4 @@ format-check:
 	$(CLANG_FORMAT) --dry-run --Werror $(SOURCES)
 
 clean:
-	rm -rf build/dev build/ci build/sanitize build/tsan build/release build/fuzz
+	rm -rf build/dev build/ci build/sanitize build/tsan build/release build/volume build/fuzz

@@ -105,7 +105,8 @@ void BM_OpenSubdivDirect(benchmark::State &state) {
         }
         std::vector<Point> limits(
             static_cast<std::size_t>(refiner->GetLevel(kLevel).GetNumVertices()));
-        primvar.Limit(src, limits.data());
+        Point *dst = limits.data();
+        primvar.Limit(src, dst);
         benchmark::DoNotOptimize(limits.data());
     }
     state.SetLabel(state.range(0) != 0 ? "torus" : "grid");

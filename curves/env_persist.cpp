@@ -21,7 +21,7 @@ constexpr BlkBlockId kBlocks[] = {
 
 // Narrowing that is defined for every double: out-of-range values become infinities.
 float narrow(double value) noexcept {
-    constexpr double kMax = std::numeric_limits<float>::max();
+    constexpr double kMax = static_cast<double>(std::numeric_limits<float>::max());
     if (std::isnan(value)) return std::numeric_limits<float>::quiet_NaN();
     if (value > kMax) return std::numeric_limits<float>::infinity();
     if (value < -kMax) return -std::numeric_limits<float>::infinity();

@@ -71,6 +71,12 @@ void find_again(void *item) {
     log::level(1, "Action not found for ActionClip: %s\n", cine::unique_name(clip).c_str());
 }
 
+// A clip's local data is the clip item itself: package callbacks given only the local data
+// find the clip, and through it (ActionClipAction) its action.
+void *clip_local(void *item, void *) {
+    return item;
+}
+
 // The types survive a stop of this module while the scene module runs on.
 void define_types() {
     if (cine::find_package(kClipPackage) != nullptr) return;
@@ -79,7 +85,8 @@ void define_types() {
     if (CinePackageAddChannel(kClipPackage, CINE_CH_NAME, "mode", VX_STORE_INT, none,
                               CINE_CH_DEFAULT_INT, ACTIONCLIP_MODE_UNDER, CINE_CH_HINTS, kModeHints,
                               0u, CINE_CH_NAME, none) == 0 ||
-        CinePackagePostLoadFunc(kClipPackage, find_again) == nullptr) {
+        CinePackagePostLoadFunc(kClipPackage, find_again) == nullptr ||
+        CinePackageSetLocal(kClipPackage, nullptr, clip_local, nullptr) == nullptr) {
         fail(rc::no_memory, "the clip package could not be defined");
     }
     if (CineDefineType(ACTIONCLIP_TYPE_CODE, 0, kClipPackage) != ACTIONCLIP_TYPE_CODE) {

@@ -12,6 +12,7 @@
 
 #include <vexor/env.h>
 #include <vexor/undo.h>
+#include <vexor/xfrm.h>
 
 #include "fuzz/corpus_file.h"
 #include "fuzz/scene_load_check.h"
@@ -59,6 +60,23 @@ Cinema *full_scene() {
     CineActionSetEnable(walk, 0);
     CineActionAddParent(edit, walk, -1);
     CineActionSetConstant(walk, c, 6, 2.5);  // e0 of the add-on package
+    return scene;
+}
+
+// A locator under another, placed by standard chains with a pivot pair and a user's shear.
+Cinema *transform_scene() {
+    Cinema *scene = CinemaCreate(0);
+    CineItem *parent = CineItemCreate(scene, XFRM_TYPE_LOCATOR);
+    CineItem *child = CineItemCreate(scene, XFRM_TYPE_CAMERA);
+    CineItemSetParent(child, parent, -1);
+    for (int kind : {XFRM_KIND_TRANSLATION, XFRM_KIND_ROTATION, XFRM_KIND_PIVOT}) {
+        XfrmGetStdTransform(parent, kind, 1);
+        XfrmGetStdTransform(child, kind, 1);
+    }
+    XfrmAddTransformItem(child, XFRM_TYPE_SHEAR);
+    CineAction *setup = CineActionGetDefault(scene, CINE_ACTION_SETUP);
+    CineActionSetConstant(setup, XfrmGetStdTransform(child, XFRM_KIND_PIVOT, 0), 3, 1.5);
+    CineActionSetConstantInt(setup, child, 10, 0);  // inheritRot off
     return scene;
 }
 
@@ -202,6 +220,18 @@ int main(int argc, char **argv) {
         s.begin(302).u32(1).u32(1).text("x").u32(CINE_STATE_CONSTANT).u32(1).u32(5).end();
         s.end().end().end();
         keep("valid_missing_packages.vxr", s.bytes());
+    }
+
+    Cinema *placed = transform_scene();
+    keep("valid_transforms.vxr", vx::fuzz::save_to_memory(placed));
+    CinemaDestroy(placed);
+    {  // One transform in the chains of two locators.
+        Stream s;
+        s.begin(200).head().package("locator").package("translation");
+        s.item(0, "a").item(0, "b").item(1, "t");
+        s.begin(208).text("xfrm").begin(400).u32(2).u32(0).end().begin(400).u32(2).u32(1).end();
+        s.end().end();
+        keep("corrupt_transform_in_two_chains.vxr", s.bytes());
     }
 
     keep("corrupt_truncated.vxr", Bytes(full_bytes.begin(), full_bytes.end() - 9));

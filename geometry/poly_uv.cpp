@@ -1,6 +1,7 @@
 // Polygons in UV space. Three sources give a polygon's UV outline: the corners' own UVs (linear
-// UVs), the subdivided boundary of a smoothed surface, and the glyph geometry of text polygons.
-// The tests run the same even-odd rule and segment distances over whichever applies.
+// UVs), the subdivided boundary of a smoothed surface (geometry/uv_outline.h), and the glyph
+// geometry of text polygons. The tests run the same even-odd rule and segment distances over
+// whichever applies.
 #include "geometry/poly_uv.h"
 
 #include <cmath>
@@ -10,6 +11,7 @@
 #include "foundation/bbox.h"
 #include "foundation/vector_maths.h"
 #include "geometry/poly_shape.h"
+#include "geometry/uv_outline.h"
 #include "mesh/vmap.h"
 
 namespace vx::geometry {
@@ -46,6 +48,49 @@ class CornerUVs {
 bool crosses(UV prev, UV cur, const double p[2]) noexcept {
     return (p[1] < prev.v) != (p[1] < cur.v) &&
            p[0] < (prev.u - cur.u) * (p[1] - cur.v) / (prev.v - cur.v) + cur.u;
+}
+
+// The samples of a smoothed outline, read as UVs.
+class OutlineUVs {
+  public:
+    explicit OutlineUVs(const SmoothedOutline &outline) noexcept : outline_(outline) {}
+    unsigned size() const noexcept { return outline_.size(); }
+    UV at(unsigned sample) const noexcept {
+        const float *uv = outline_.at(sample);
+        return UV{static_cast<double>(uv[0]), static_cast<double>(uv[1])};
+    }
+
+  private:
+    const SmoothedOutline &outline_;
+};
+
+// The even-odd count over a closed loop, from the edge that closes it.
+template <class Loop>
+bool inside_loop(const Loop &loop, const double p[2]) noexcept {
+    const unsigned n = loop.size();
+    if (n == 0) return false;
+    UV prev = loop.at(n - 1);
+    unsigned crossings = 0;
+    for (unsigned i = 0; i < n; ++i) {
+        const UV cur = loop.at(i);
+        crossings += crosses(prev, cur, p) ? 1u : 0u;
+        prev = cur;
+    }
+    return (crossings & 1u) != 0;
+}
+
+// Whether p lies in the loop's bounding rectangle, edges included.
+template <class Loop>
+bool inside_bounds(const Loop &loop, const double p[2]) noexcept {
+    bool below_u = true, above_u = true, below_v = true, above_v = true;
+    for (unsigned i = 0; i < loop.size(); ++i) {
+        const UV uv = loop.at(i);
+        below_u = below_u && p[0] < uv.u;
+        above_u = above_u && p[0] > uv.u;
+        below_v = below_v && p[1] < uv.v;
+        above_v = above_v && p[1] > uv.v;
+    }
+    return !(below_u || above_u || below_v || above_v);
 }
 
 // The nearest of a run of segments: the first sets it, a later one replaces it only when
@@ -142,6 +187,13 @@ bool text_uv_corners(const VMap *vmap, const MeshPolygon &polygon, float corners
 
 int test_uv_pos(const VMap *vmap, const MeshPolygon &polygon, const double uv[2]) {
     if (!has_uvs(vmap, polygon) || !is_area(polygon)) return 0;
+    if (SmoothedOutline::applies(vmap, polygon)) {
+        const SmoothedOutline outline(vmap, polygon);
+        if (outline.ready()) {
+            const OutlineUVs loop(outline);
+            return inside_bounds(loop, uv) && inside_loop(loop, uv) ? 1 : 0;
+        }
+    }
     const CornerUVs corners(vmap, polygon);
     if (is_text(polygon)) {
         float cell[4][2];
@@ -160,24 +212,35 @@ int test_uv_pos(const VMap *vmap, const MeshPolygon &polygon, const double uv[2]
         }
         return inside_text_geometry(corners, uv) ? 1 : 0;
     }
-    const unsigned n = corners.size();
-    UV prev = corners.at(n - 1);
-    unsigned crossings = 0;
-    for (unsigned i = 0; i < n; ++i) {
-        const UV cur = corners.at(i);
-        crossings += crosses(prev, cur, uv) ? 1u : 0u;
-        prev = cur;
-    }
-    return static_cast<int>(crossings & 1u);
+    return inside_loop(corners, uv) ? 1 : 0;
 }
 
 double edge_distance_uv(const VMap *vmap, const MeshPolygon &polygon, int edge, const double uv[2],
                         double closest[2]) {
     if (!has_uvs(vmap, polygon)) return kNoUVDistance;
-    const CornerUVs corners(vmap, polygon);
-    const unsigned n = corners.size();
+    const unsigned n = polygon.count;
     const unsigned from = wrap(edge, n);
     Nearest nearest(uv);
+    if (SmoothedOutline::applies(vmap, polygon)) {
+        const SmoothedOutline outline(vmap, polygon);
+        if (outline.ready()) {
+            // The edge's samples run from its corner's sample to the next corner's; the last
+            // edge of a closed outline ends on sample 0.
+            const OutlineUVs loop(outline);
+            const unsigned samples = loop.size(), per = samples / n;
+            const bool closed = is_area(polygon) && n >= 3;
+            for (unsigned a = from * per; a < from * per + per; ++a) {
+                unsigned b = a + 1;
+                if (b == samples) {
+                    if (!closed) break;
+                    b = 0;
+                }
+                nearest.segment(loop.at(a), loop.at(b));
+            }
+            return nearest.answer(closest);
+        }
+    }
+    const CornerUVs corners(vmap, polygon);
     nearest.segment(corners.at(from), corners.at((from + 1) % n));
     return nearest.answer(closest);
 }
@@ -185,8 +248,18 @@ double edge_distance_uv(const VMap *vmap, const MeshPolygon &polygon, int edge, 
 double corner_distance_uv(const VMap *vmap, const MeshPolygon &polygon, int corner,
                           const double uv[2], double closest[2]) {
     if (!has_uvs(vmap, polygon)) return kNoUVDistance;
-    const CornerUVs corners(vmap, polygon);
-    const UV at = corners.at(wrap(corner, corners.size()));
+    const unsigned n = polygon.count;
+    UV at{0.0, 0.0};
+    bool found = false;
+    if (SmoothedOutline::applies(vmap, polygon)) {
+        const SmoothedOutline outline(vmap, polygon);
+        if (outline.ready()) {
+            const OutlineUVs loop(outline);
+            at = loop.at(wrap(corner, n) * (loop.size() / n));
+            found = true;
+        }
+    }
+    if (!found) at = CornerUVs(vmap, polygon).at(wrap(corner, n));
     if (closest != nullptr) {
         closest[0] = at.u;
         closest[1] = at.v;
@@ -198,28 +271,51 @@ double corner_distance_uv(const VMap *vmap, const MeshPolygon &polygon, int corn
 double polygon_distance_uv(const VMap *vmap, const MeshPolygon &polygon, const double uv[2],
                            double closest[2]) {
     if (!has_uvs(vmap, polygon)) return kNoUVDistance;
-    const CornerUVs corners(vmap, polygon);
-    const unsigned n = corners.size();
+    const unsigned n = polygon.count;
     Nearest nearest(uv);
     bool inside = false;
-    if (is_text(polygon)) {
-        inside = inside_text_geometry(corners, uv);
-        UV prev = corners.at(0);
-        for (unsigned i = 1; i <= n; ++i) {
-            const UV cur = corners.at(i % n);
-            nearest.segment(prev, cur);
-            prev = cur;
+    bool measured = false;
+    if (SmoothedOutline::applies(vmap, polygon)) {
+        const SmoothedOutline outline(vmap, polygon);
+        if (outline.ready()) {
+            const OutlineUVs loop(outline);
+            inside = inside_bounds(loop, uv) && inside_loop(loop, uv);
+            const unsigned samples = loop.size();
+            const bool closed = is_area(polygon) && n >= 3;
+            for (unsigned a = 0; a < samples; ++a) {
+                unsigned b = a + 1;
+                if (b == samples) {
+                    if (!closed) break;
+                    b = 0;
+                }
+                nearest.segment(loop.at(a), loop.at(b));
+            }
+            measured = true;
         }
-    } else {
-        UV prev = corners.at(n - 1);
-        unsigned crossings = 0;
-        for (unsigned i = 0; i < n; ++i) {
-            const UV cur = corners.at(i);
-            crossings += crosses(prev, cur, uv) ? 1u : 0u;
-            nearest.segment(prev, cur);
-            prev = cur;
+    }
+    if (!measured) {
+        const CornerUVs corners(vmap, polygon);
+        if (is_text(polygon)) {
+            // The glyph geometry's run of corners 0, 1, ..., n - 1 and back to 0.
+            inside = inside_text_geometry(corners, uv);
+            UV prev = corners.at(0);
+            for (unsigned i = 1; i <= n; ++i) {
+                const UV cur = corners.at(i % n);
+                nearest.segment(prev, cur);
+                prev = cur;
+            }
+        } else {
+            // One pass: the crossings and the edges, from the closing edge on.
+            UV prev = corners.at(n - 1);
+            unsigned crossings = 0;
+            for (unsigned i = 0; i < n; ++i) {
+                const UV cur = corners.at(i);
+                crossings += crosses(prev, cur, uv) ? 1u : 0u;
+                nearest.segment(prev, cur);
+                prev = cur;
+            }
+            inside = (crossings & 1u) != 0;
         }
-        inside = (crossings & 1u) != 0;
     }
     if (is_area(polygon) && inside) {
         if (closest != nullptr) {

@@ -236,7 +236,7 @@ CineItem *filtered_member(const CineItem &group, const Filter &filter, std::size
     std::size_t passed = 0;
     for (std::size_t i = 0, n = member_count(group, false); i < n; ++i) {
         CineItem *member = member_item(group, i);
-        if (!filter.passes(*member)) continue;
+        if (member == nullptr || !filter.passes(*member)) continue;
         if (passed++ == index) return member;
     }
     if (count != nullptr) *count = passed;

@@ -1,7 +1,10 @@
 // The modifiers that compute matrices: one per transform subtype, which turns the transform's
 // own channels into its "matrix"; "$inverse", which gives a compensation the inverse of its
-// partner's matrix; and "xfrmcore", which composes a placed item's matrices from its chain,
-// its placed parent's world matrices and its inherit switches.
+// partner's matrix; "xfrmcore", which composes a placed item's world matrix from its chain,
+// its placed parent's world matrix and its inherit switches; "xfrmcore.local", which gives the
+// local, inherited and parent matrices from the same inputs; and "xfrmcore.parts", which
+// splits the world matrix into position, rotation and scale and places the pivot. Three nodes
+// per placed item, so that reading world matrices (the common case) pays for nothing else.
 //
 // Every node reads channels through the evaluation cache, so a matrix is computed again only
 // when something it depends on has changed or is animated, and a re-read at the same time
@@ -27,9 +30,9 @@ struct Node {
     const Spec *spec;
     CineItem *item;
     std::uint32_t members;  // chain members, the first inputs
-    std::int32_t pivot;     // chain position of the standard pivot, or -1
+    std::int32_t pivot;     // input of the standard pivot's matrix, or -1
     std::int32_t pivot_rotation;
-    std::uint32_t has_parent;  // the parent's four world matrices follow the members
+    std::uint32_t has_parent;  // the parent's world matrix follows the members
 };
 
 struct Spec {
@@ -114,45 +117,38 @@ bool any_item(const CineItem &) {
     return true;
 }
 
+// The world matrix, and apart from it what it is made of. Every output a node has costs a
+// store whenever it runs, so the world matrix, which is read most, has a node to itself; both
+// nodes read the same inputs. The parent's world matrix is split only when an inherit switch is
+// off, so the common case is two products.
+template <bool World>
 bool link_core(Node &node, CineModLinks *links) {
     CineItem &item = *node.item;
     node.members = 0;
-    node.pivot = node.pivot_rotation = -1;
     for (CineItem *member : chain_of(item)) {
-        const int kind = kind_of(*member);
-        if (kind == kPivot) node.pivot = static_cast<std::int32_t>(node.members);
-        if (kind == kPivotRotation) node.pivot_rotation = static_cast<std::int32_t>(node.members);
         if (CineModAddInput(links, member, kMatrix) < 0) return false;
         ++node.members;
     }
     CineItem *parent = placed_parent(item);
     node.has_parent = parent != nullptr ? 1 : 0;
-    if (parent != nullptr) {
-        for (std::uint32_t channel : {kWorldMatrix, kWposMatrix, kWrotMatrix, kWsclMatrix}) {
-            if (CineModAddInput(links, parent, channel) < 0) return false;
-        }
-    }
+    if (parent != nullptr && CineModAddInput(links, parent, kWorldMatrix) < 0) return false;
     for (std::uint32_t channel : {kInheritPos, kInheritRot, kInheritScl}) {
         if (CineModAddInput(links, &item, channel) < 0) return false;
     }
-    for (std::uint32_t channel = kLocalMatrix; channel <= kWParentMatrix; ++channel) {
+    if (World) return CineModAddOutput(links, &item, kWorldMatrix) >= 0;
+    for (std::uint32_t channel : {kLocalMatrix, kParentMatrix, kWParentMatrix}) {
         if (CineModAddOutput(links, &item, channel) < 0) return false;
     }
     return true;
 }
 
+template <bool World>
 void eval_core(Node &node, CineModEval *eval) {
     mat::Matrix4 local = mat::identity();
     for (std::uint32_t i = 0; i < node.members; ++i) mat::compose(local, input_matrix(eval, i));
     std::uint32_t at = node.members;
-    mat::Matrix4 parent_world = mat::identity();
-    mat::Matrix4 parent_pos = parent_world, parent_rot = parent_world, parent_scl = parent_world;
-    if (node.has_parent != 0) {
-        parent_world = input_matrix(eval, at++);
-        parent_pos = input_matrix(eval, at++);
-        parent_rot = input_matrix(eval, at++);
-        parent_scl = input_matrix(eval, at++);
-    }
+    const mat::Matrix4 parent_world =
+        node.has_parent != 0 ? input_matrix(eval, at++) : mat::identity();
     const bool pos = CineModInput(eval, at) != 0.0;
     const bool rot = CineModInput(eval, at + 1) != 0.0;
     const bool scl = CineModInput(eval, at + 2) != 0.0;
@@ -160,12 +156,42 @@ void eval_core(Node &node, CineModEval *eval) {
     // each part taken only when its switch is on.
     mat::Matrix4 inherited = parent_world;
     if (!(pos && rot && scl)) {
+        mat::Matrix4 parent_scl, parent_rot, parent_pos;
+        mat::decompose(parent_world, parent_scl, parent_rot, parent_pos);
         inherited = mat::identity();
         if (scl) mat::compose(inherited, parent_scl);
         if (rot) mat::compose(inherited, parent_rot);
         if (pos) mat::compose(inherited, parent_pos);
     }
-    const mat::Matrix4 world = mat::multiply(local, inherited);
+    if (World) {
+        set_matrix(eval, 0, mat::multiply(local, inherited));
+    } else {
+        set_matrix(eval, 0, local);
+        set_matrix(eval, 1, inherited);
+        set_matrix(eval, 2, parent_world);
+    }
+}
+
+// The world matrix split into scale, rotation and position, and the pivot's place and turn.
+bool link_parts(Node &node, CineModLinks *links) {
+    CineItem &item = *node.item;
+    if (CineModAddInput(links, &item, kWorldMatrix) < 0) return false;
+    node.pivot = node.pivot_rotation = -1;
+    for (CineItem *member : chain_of(item)) {
+        const int kind = kind_of(*member);
+        if (kind != kPivot && kind != kPivotRotation) continue;
+        const int input = CineModAddInput(links, member, kMatrix);
+        if (input < 0) return false;
+        (kind == kPivot ? node.pivot : node.pivot_rotation) = input;
+    }
+    for (std::uint32_t channel = kWposMatrix; channel <= kWpivRotMatrix; ++channel) {
+        if (CineModAddOutput(links, &item, channel) < 0) return false;
+    }
+    return true;
+}
+
+void eval_parts(Node &node, CineModEval *eval) {
+    const mat::Matrix4 world = input_matrix(eval, 0);
     mat::Matrix4 scale, rotation, position;
     mat::decompose(world, scale, rotation, position);
     // The pivot point sits at the pivot's translation in the item's own space.
@@ -178,15 +204,11 @@ void eval_core(Node &node, CineModEval *eval) {
         own[12] = own[13] = own[14] = 0.0;
         pivot_rotation = mat::multiply(own, rotation);
     }
-    set_matrix(eval, kLocalMatrix, local);
-    set_matrix(eval, kParentMatrix, inherited);
-    set_matrix(eval, kWposMatrix, position);
-    set_matrix(eval, kWrotMatrix, rotation);
-    set_matrix(eval, kWsclMatrix, scale);
-    set_matrix(eval, kWpivPosMatrix, mat::translation(mat::transform_point(world, pivot)));
-    set_matrix(eval, kWpivRotMatrix, pivot_rotation);
-    set_matrix(eval, kWorldMatrix, world);
-    set_matrix(eval, kWParentMatrix, parent_world);
+    set_matrix(eval, 0, position);
+    set_matrix(eval, 1, rotation);
+    set_matrix(eval, 2, scale);
+    set_matrix(eval, 3, mat::translation(mat::transform_point(world, pivot)));
+    set_matrix(eval, 4, pivot_rotation);
 }
 
 const Spec kSpecs[] = {
@@ -196,7 +218,9 @@ const Spec kSpecs[] = {
     {"rotation", "rotation", kRotationType, plain_transform, link_own<4>, eval_rotation},
     {"scale", "scale", kScaleType, plain_transform, link_own<3>, eval_scale},
     {"shear", "shear", kShearType, plain_transform, link_own<3>, eval_shear},
-    {"xfrmcore", "xfrmcore", kCoreType, any_item, link_core, eval_core},
+    {"xfrmcore", "xfrmcore", kCoreType, any_item, link_core<true>, eval_core<true>},
+    {"xfrmcore.local", "xfrmcore", kCoreType, any_item, link_core<false>, eval_core<false>},
+    {"xfrmcore.parts", "xfrmcore", kCoreType, any_item, link_parts, eval_parts},
 };
 
 // ---- Component objects ----

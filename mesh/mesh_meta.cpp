@@ -82,8 +82,10 @@ void polygon_normal(const MeshPolygon *polygon, float out[3]) noexcept {
             }
             const float *pf = a->position;
             const float *qf = b->position;
-            const double p[3] = {pf[0], pf[1], pf[2]};
-            const double q[3] = {qf[0], qf[1], qf[2]};
+            const double p[3] = {static_cast<double>(pf[0]), static_cast<double>(pf[1]),
+                                 static_cast<double>(pf[2])};
+            const double q[3] = {static_cast<double>(qf[0]), static_cast<double>(qf[1]),
+                                 static_cast<double>(qf[2])};
             n[0] += (p[1] - q[1]) * (p[2] + q[2]);
             n[1] += (p[2] - q[2]) * (p[0] + q[0]);
             n[2] += (p[0] - q[0]) * (p[1] + q[1]);

@@ -5,9 +5,9 @@
 
 namespace vx::mesh {
 
-const VMap *PositionSource::layer_of(const Mesh *mesh) noexcept {
-    // The mesh's position map is its first one of the position type: its own storage, its
-    // source's for an instance, or the instance's map laid over the source's.
+const VMap *PositionSource::instance_layer(const Mesh *mesh) noexcept {
+    // The instance's first map of the position type: its source's storage, or its own map laid
+    // over it.
     const VMap *map = vmap_at(mesh, kPositionType, 0);
     return map != nullptr && (map->flags & VMAP_POSITIONS) == 0 ? map : nullptr;
 }

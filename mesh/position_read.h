@@ -17,12 +17,11 @@ inline const float *stored_position(const MeshVertex *vertex) noexcept {
 
 class PositionSource {
   public:
-    // Positions as `mesh` sees them, or as each vertex's own mesh does for a null mesh. A mesh
-    // without a source sees the stored positions: its position map is the first map it made and
-    // cannot be removed.
-    explicit PositionSource(const Mesh *mesh) noexcept {
-        if (mesh != nullptr && mesh->source != nullptr) layer_ = layer_of(mesh);
-    }
+    // Positions as `mesh` sees them, or as each vertex's own mesh does for a null mesh.
+    // A mesh that is no instance reads the storage of its own vertices: its position map is the
+    // first map it made, which cannot be destroyed.
+    explicit PositionSource(const Mesh *mesh) noexcept
+        : layer_(mesh != nullptr && mesh->source != nullptr ? instance_layer(mesh) : nullptr) {}
 
     // Whether every position is the vertex's stored one.
     bool direct() const noexcept { return layer_ == nullptr; }
@@ -36,9 +35,10 @@ class PositionSource {
 
   private:
     static constexpr float kOrigin[3] = {0.0f, 0.0f, 0.0f};
-    static const VMap *layer_of(const Mesh *mesh) noexcept;
+    // The instance's own position map laid over its source's, or null.
+    static const VMap *instance_layer(const Mesh *mesh) noexcept;
     const float *through_layer(const MeshVertex *vertex) const noexcept;
-    const VMap *layer_ = nullptr;
+    const VMap *layer_;
 };
 
 // One vertex's position as `mesh` sees it (a vertex, not null): the stored one straight away

@@ -9,10 +9,16 @@ namespace {
 
 const KernelTable *kernels_for(Isa isa) noexcept {
     switch (isa) {
+#if defined(__x86_64__)
         case Isa::avx512:
             return __builtin_cpu_supports("avx512f") ? &avx512_kernels() : nullptr;
         case Isa::avx2:
             return __builtin_cpu_supports("avx2") ? &avx2_kernels() : nullptr;
+#else
+        case Isa::avx512:
+        case Isa::avx2:
+            return nullptr;
+#endif
         case Isa::portable:
             break;
     }

@@ -1,7 +1,8 @@
-// The row kernels built for processors with AVX2, four pixels at a time
-// (eight through the levels alone). This file alone is
-// compiled with -mavx2 and VX_LANES_ISA=avx2 (see CMakeLists.txt); it is only reached after the
-// processor has been asked.
+// The row kernels built for processors with AVX2, four pixels at a time (eight through the levels
+// alone). Only this file is compiled with -mavx2 and VX_LANES_ISA=avx2 (see CMakeLists.txt), and
+// its table is only used once the processor has said it has AVX2.
+#if defined(__AVX2__)
+
 #include "render/pixel_kernels.h"
 
 namespace vx::render {
@@ -11,3 +12,5 @@ const KernelTable &avx2_kernels() noexcept {
 }
 
 }  // namespace vx::render
+
+#endif  // __AVX2__

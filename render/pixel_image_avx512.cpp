@@ -1,7 +1,8 @@
-// The row kernels built for processors with AVX-512, eight pixels at a time
-// (sixteen through the levels alone). This file alone is
-// compiled with -mavx512f and VX_LANES_ISA=avx512 (see CMakeLists.txt); it is only reached after
-// the processor has been asked.
+// The row kernels built for processors with AVX-512, eight pixels at a time (sixteen through the
+// levels alone). Only this file is compiled with -mavx512f and VX_LANES_ISA=avx512 (see
+// CMakeLists.txt), and its table is only used once the processor has said it has AVX-512.
+#if defined(__AVX512F__)
+
 #include "render/pixel_kernels.h"
 
 namespace vx::render {
@@ -11,3 +12,5 @@ const KernelTable &avx512_kernels() noexcept {
 }
 
 }  // namespace vx::render
+
+#endif  // __AVX512F__

@@ -249,6 +249,14 @@ void free_item(CineItem *item, bool scene_alive, bool tell_client) noexcept {
             client->item_unmade(*item);
         }
         if (item->serial != kNoIndex) give_back_serial(*item->scene, item->serial);
+        // The room its links had in the scene's graphs goes with the item: an item made and
+        // taken back by a failed edit leaves nothing behind.
+        for (LinkGraph *graph : item->scene->graphs) {
+            std::erase_if(graph->nodes, [&](const auto &entry) {
+                return entry.first.object == item && entry.second.forward.empty() &&
+                       entry.second.reverse.empty();
+            });
+        }
     }
     for (PackageEntry &entry : item->chain) {
         if (entry.object != nullptr) com::release(entry.object);

@@ -34,7 +34,7 @@ template <int Mode>
 void row_rgb(float *out, const float *base, const float *layer, std::size_t pixels,
              float opacity) noexcept {
     const std::size_t n = pixels * 3;
-    const F4 o = splat<F4>(opacity);
+    const F4 o = splat<F4>(static_cast<double>(opacity));
     std::size_t i = 0;
     for (; i + 4 <= n; i += 4) store(out + i, composite<Mode>(load(base + i), load(layer + i), o));
     for (; i < n; ++i) out[i] = composite<Mode, float>(base[i], layer[i], opacity);
@@ -45,10 +45,10 @@ void row_rgb(float *out, const float *base, const float *layer, std::size_t pixe
 template <int Mode>
 void row_rgba(float *out, const float *base, const float *layer, std::size_t pixels,
               float opacity) noexcept {
-    const I4 alpha_lanes = {3, 3, 3, 3};
     for (std::size_t p = 0; p < pixels * 4; p += 4) {
         const F4 x = load(base + p), y = load(layer + p);
-        const F4 o = __builtin_shuffle(y, alpha_lanes) * opacity;
+        // The layer's alpha in every lane (written out, since only GCC has __builtin_shuffle).
+        const F4 o = F4{y[3], y[3], y[3], y[3]} * opacity;
         F4 r = composite<Mode>(x, y, o);
         r[3] = x[3] + (1.0f - x[3]) * o[3];
         store(out + p, r);

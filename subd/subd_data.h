@@ -23,7 +23,7 @@ inline constexpr unsigned kMaxFaceSize = 256;
 // Refined geometry is made at the highest level not above the one asked whose quads fit here.
 inline constexpr std::size_t kMaxRefinedFaces = std::size_t{1} << 20;
 
-// Refresh steps of SubdRefresh: drop the whole derived part, or refill the refined positions.
+// Refresh steps of refresh(): drop the whole derived part, or refill the refined positions now.
 inline constexpr std::uint32_t kRefreshTopology = 0x3;
 inline constexpr std::uint32_t kRefreshGeometry = 0x20;
 
@@ -32,11 +32,14 @@ inline constexpr std::uint32_t kRefreshGeometry = 0x20;
 struct RefinedSlot {
     int level = 0;
     std::uint32_t dimension = 0;
-    std::vector<float> values;          // refined values (positions or UVs)
-    std::vector<float> limits;          // their limit values
+    std::vector<float> values;          // values of every level up to this one; this level's
+    std::size_t first = 0;              // start at `first`
+    std::vector<float> limits;          // limit values of this level's values
     std::vector<std::int32_t> quads;    // four value indices per refined quad
     std::vector<std::int32_t> parents;  // the surface face each refined quad comes from
     std::vector<float> outlines;        // per surface face, its boundary: corners * 2^level values
+
+    const float *refined() const noexcept { return values.data() + first; }
 };
 
 // A table of slots with the level they are made for: the mesh data's own (under its semaphore)

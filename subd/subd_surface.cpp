@@ -228,9 +228,10 @@ void refine(Surface &s, int level) {
     s.refined_level = level;
 }
 
-// Values of every level, the base level's first; returns the last level's start.
+// Values of every level, the base level's first, D floats each; returns the last level's start
+// (in values).
 template <unsigned D>
-std::size_t interpolate(const Surface &s, std::vector<Value<D>> &all, const float *base,
+std::size_t interpolate(const Surface &s, std::vector<float> &storage, const float *base,
                         std::size_t base_count, int channel) {
     const Far::TopologyRefiner &r = *s.refiner;
     std::size_t total = base_count;
@@ -239,10 +240,11 @@ std::size_t interpolate(const Surface &s, std::vector<Value<D>> &all, const floa
         total += static_cast<std::size_t>(channel < 0 ? level.GetNumVertices()
                                                       : level.GetNumFVarValues(channel));
     }
-    all.resize(total);
-    std::memcpy(static_cast<void *>(all.data()), base, base_count * sizeof(Value<D>));
+    storage.resize(D * total);
+    std::memcpy(storage.data(), base, D * base_count * sizeof(float));
     Far::PrimvarRefiner primvar(r);
-    Value<D> *src = all.data();
+    auto *all = reinterpret_cast<Value<D> *>(storage.data());
+    Value<D> *src = all;
     std::size_t src_count = base_count;
     for (int l = 1; l <= s.refined_level; ++l) {
         Value<D> *dst = src + src_count;
@@ -255,7 +257,7 @@ std::size_t interpolate(const Surface &s, std::vector<Value<D>> &all, const floa
         }
         src = dst;
     }
-    return static_cast<std::size_t>(src - all.data());
+    return static_cast<std::size_t>(src - all);
 }
 
 // The indices a face of a level gives its corners: vertices, or the channel's values.
@@ -299,15 +301,16 @@ std::pair<Far::Index, int> corner_descendant(const Far::TopologyRefiner &r, Far:
 template <unsigned D>
 RefinedSlot *fill(Surface &s, int channel, const float *base, std::size_t base_count) {
     const Far::TopologyRefiner &r = *s.refiner;
-    std::vector<Value<D>> all;
-    const std::size_t last_start = interpolate<D>(s, all, base, base_count, channel);
-    const Value<D> *last = all.data() + last_start;
-    const std::size_t last_count = all.size() - last_start;
+    std::vector<float> storage;
+    const std::size_t last_start = interpolate<D>(s, storage, base, base_count, channel);
+    const std::size_t last_count = storage.size() / D - last_start;
 
     auto slot = std::make_unique<RefinedSlot>();
     slot->level = s.refined_level;
     slot->dimension = D;
-    slot->values.assign(&last->v[0], &last->v[0] + D * last_count);
+    slot->values = std::move(storage);
+    slot->first = D * last_start;
+    const auto *last = reinterpret_cast<const Value<D> *>(slot->refined());
     slot->limits.resize(D * last_count);
     auto *limits = reinterpret_cast<Value<D> *>(slot->limits.data());
     Far::PrimvarRefiner primvar(r);
@@ -327,20 +330,15 @@ RefinedSlot *fill(Surface &s, int channel, const float *base, std::size_t base_c
             slot->quads[4 * static_cast<std::size_t>(q) + static_cast<std::size_t>(k)] = c[k];
         }
     }
-    // The surface face of each refined quad, level by level.
-    std::vector<std::int32_t> parents(s.face_sizes.size());
-    for (std::size_t f = 0; f < parents.size(); ++f) parents[f] = static_cast<std::int32_t>(f);
-    for (int l = 0; l < max; ++l) {
-        const Far::TopologyLevel &level = r.GetLevel(l);
-        std::vector<std::int32_t> below(static_cast<std::size_t>(r.GetLevel(l + 1).GetNumFaces()));
-        for (int f = 0; f < level.GetNumFaces(); ++f) {
-            for (const Far::Index child : level.GetFaceChildFaces(f)) {
-                below[static_cast<std::size_t>(child)] = parents[static_cast<std::size_t>(f)];
-            }
-        }
-        parents.swap(below);
+    // The surface face of each refined quad: the quads of a face follow each other, one run
+    // per corner (4^(level-1) quads each) for every face in order.
+    slot->parents.resize(static_cast<std::size_t>(quads));
+    auto parent = slot->parents.begin();
+    for (std::size_t f = 0; f < s.face_sizes.size(); ++f) {
+        const auto run = static_cast<std::ptrdiff_t>(s.face_sizes[f]) << (2 * max - 2);
+        std::fill(parent, parent + run, static_cast<std::int32_t>(f));
+        parent += run;
     }
-    slot->parents = std::move(parents);
     // Outlines: each surface face's boundary, corner after corner.
     slot->outlines.reserve(D * s.face_vertices.size() << max);
     for (std::size_t f = 0; f < s.face_sizes.size(); ++f) {

@@ -61,7 +61,7 @@ Plan plan(PolyVBuf &buffer, const MeshPolygon *polygon) {
     Plan p;
     p.samples = polygon->count;
     const int level = buffer.table.level.load(std::memory_order_relaxed);
-    if (buffer.mode != PVBUF_OUTLINE || level <= 0) return p;
+    if (buffer.mode == PVBUF_TRIANGLES || level <= 0) return p;
     const Classes &c = classes();
     if (polygon->type() != c.subd_type || (polygon->type()->flags & POLYTYPE_AREA) == 0 ||
         (polygon->type()->flags & POLYTYPE_LINEAR) != 0) {
@@ -83,19 +83,28 @@ Plan plan(PolyVBuf &buffer, const MeshPolygon *polygon) {
     p.data = data;
     p.face = face;
     p.level = fitted_level(surface, level);
-    p.samples = std::size_t{polygon->count} << p.level;
+    p.samples = std::size_t{polygon->count} << (buffer.mode == PVBUF_QUADS ? 2 * p.level : p.level);
     return p;
 }
 
-// Copies the polygon's outline from refined geometry: the mesh's own slots when the buffer is
-// at the mesh's level (under the data's semaphore, filling them when empty), else the
+// Copies the polygon's outline (or quads) from refined geometry: the mesh's own slots when the
+// buffer is at the mesh's level (under the data's semaphore, filling them when empty), else the
 // buffer's, made from the mesh's surface when missing.
 void copy_outline(PolyVBuf &buffer, const Plan &p, float *out, std::size_t dim) {
     Surface &surface = *p.data->surface;
     const auto copy = [&](const RefinedSlot &slot) {
-        const std::size_t first = static_cast<std::size_t>(surface_face_offset(surface, p.face))
-                                  << slot.level;
-        std::memcpy(out, slot.outlines.data() + first * dim, p.samples * dim * sizeof(float));
+        const auto corner = static_cast<std::size_t>(surface_face_offset(surface, p.face));
+        if (buffer.mode == PVBUF_OUTLINE) {
+            const std::size_t first = corner << slot.level;
+            std::memcpy(out, slot.outlines.data() + first * dim, p.samples * dim * sizeof(float));
+            return;
+        }
+        // The refined quads of a surface face follow each other, 4^(level-1) per corner.
+        const std::size_t first = 4 * (corner << (2 * slot.level - 2));
+        for (std::size_t i = 0; i < p.samples; ++i) {
+            const auto value = static_cast<std::size_t>(slot.quads[first + i]);
+            std::memcpy(out + i * dim, slot.refined() + value * dim, dim * sizeof(float));
+        }
     };
     std::unique_lock<std::mutex> hold(p.data->semaphore);
     const int mesh_level = p.data->table.level.load(std::memory_order_relaxed);
@@ -164,7 +173,7 @@ unsigned generate(PolyVBuf &buffer, const MeshPolygon *polygon) {
 extern "C" {
 
 VX_API PolyVBuf *PolyVBufCreate(Mesh *mesh, VMap *source, uint32_t mode) {
-    if (mesh == nullptr || mode > PVBUF_TRIANGLES) return nullptr;
+    if (mesh == nullptr || mode > PVBUF_QUADS) return nullptr;
     if (source != nullptr && (VMapMesh(source) != mesh || VMapDimension(source) != 2)) {
         return nullptr;
     }

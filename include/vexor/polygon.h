@@ -18,9 +18,17 @@
  *
  * UVs: a polygon has UVs in a map (of dimension 2 or more) when VMapTestPolygon says so; each
  * corner's UV is VMapEval's (the polygon's own value first), (0, 0) for a corner without one.
- * Text polygons ('TEXT') are glyph cells: their UV geometry is the fan of triangles (0, i, i+1)
- * over their corners and their glyph cell is the UV rectangle around their corners
- * (TEXTGetUVCorners).
+ * Three outlines are tested:
+ *   - polygons of an area type that is not linear ('SUBD', 'PSUB', 'SPCH', 'PTCH') on a mesh
+ *     that smooths its UVs (SUBDGetLinearUV 0): the outline the polygon vertex buffer generates
+ *     (vexor/vbuf.h), the subdivided boundary of the surface for 'SUBD'. Edge e owns the
+ *     samples from corner e's sample to corner e+1's; corner k is sample k * (samples / count).
+ *     The buffer is made and freed within the call; should it fail, the corners' UVs are used.
+ *   - text polygons ('TEXT'), glyph cells: their UV geometry is the fan of triangles (0, i, i+1)
+ *     over their corners (as the vertex buffer's triangle mode makes it), their outline the run
+ *     of corners 0, 1, ..., n-1, 0, and their glyph cell the UV rectangle around their corners
+ *     (TEXTGetUVCorners).
+ *   - every other polygon: the loop of its corners' UVs.
  *
  * None of these functions changes the mesh except PolygonTestValidity, which sets a mark bit on
  * the polygon's vertices, and none is undoable. Threads: a polygon may be tested from several

@@ -11,9 +11,13 @@
  * SUBD_EVENT_BEFORE at once (MESH_CHANGE_IMMEDIATE); SUBDSetLevel, SUBDSetLinearUV and the patch
  * setters then announce SUBD_EVENT_AFTER. None of the setters is undoable.
  *
- * Threads: the setters and getters of a mesh run on the thread that uses the mesh. Another
- * thread may read the mesh's refined geometry (polygon vertex buffers) while the level is
- * changed; the cache of refined geometry is guarded by a semaphore of its own. */
+ * Threads: the setters and getters of a mesh run on the thread that uses the mesh. Once the
+ * data is built, other threads may read limit corners and generate polygon vertex buffers made
+ * beforehand while the level is changed: the cache of refined geometry is guarded by a
+ * semaphore of its own.
+ *
+ * Memory: the refined geometry is made at the level asked or, when that would exceed about a
+ * million quads, at the highest level below it that does not. */
 #ifndef VEXOR_SUBD_H
 #define VEXOR_SUBD_H
 

@@ -12,6 +12,9 @@
  *                    buffer's level, k = 2^level; other polygons give their corners (k = 1).
  *   PVBUF_TRIANGLES  each generated polygon gives one sample per corner and a fan of triangles
  *                    over them as index triples into the buffer's samples.
+ *   PVBUF_QUADS      each generated polygon gives the quads of its subdivided surface at the
+ *                    buffer's level, four samples (corners in order) per quad: 4^level quads per
+ *                    polygon corner for a smoothed SUBD polygon, else its corners as one loop.
  *
  * Use: PolyVBufResetCount, PolyVBufCountPoly for each polygon, PolyVBufAllocate,
  * PolyVBufResetCount again, then PolyVBufGenPoly for the same polygons in the same order. Read
@@ -20,7 +23,9 @@
  * SUBDVBufSetLevel (vexor/subd.h) changes it.
  *
  * Threads: a buffer belongs to the thread that made it; its mesh must not be edited while the
- * buffer generates. Several buffers of one mesh may generate on several threads at once. */
+ * buffer counts or generates. Once the mesh's subdivision data is built (MeshMetaValidate with
+ * the "SUBD" type's class, or any SUBD query), buffers of the mesh may count and generate on
+ * other threads, also while the mesh's subdivision level is changed. */
 #ifndef VEXOR_VBUF_H
 #define VEXOR_VBUF_H
 
@@ -37,6 +42,7 @@ typedef struct AttrVBuf AttrVBuf;
 
 #define PVBUF_OUTLINE 0u
 #define PVBUF_TRIANGLES 1u
+#define PVBUF_QUADS 2u
 
 /* Makes a buffer. `source` is a map of `mesh` of dimension 2 (texture values) or null (vertex
  * positions). Returns null for a null mesh, a map of another mesh or dimension, an unknown

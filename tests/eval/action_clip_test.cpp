@@ -1,6 +1,12 @@
 // Action clips: their own action through creation, deletion and undo; claims and releases;
 // kinds; activation as evaluation sees it; parenting; enabling.
+#include <functional>
+#include <numeric>
+#include <string>
+
+#include <vexor/package.h>
 #include <vexor/undo.h>
+#include <vexor/xfrm.h>
 
 #include "clip_fixture.h"
 
@@ -17,6 +23,7 @@ TEST_F(Clips, AClipsActionComesAndGoesWithTheClip) {
     EXPECT_EQ(CineActionType(action), CINE_ACTION_SCENE);
     EXPECT_EQ(ActionClipType(clip), ACTIONCLIP_KIND_ANIMATION);
     EXPECT_EQ(ActionClipFromAction(action), clip);
+    EXPECT_EQ(CineItemPackageLocal(clip, CinePackageFind("actionclip")), clip);
     EXPECT_EQ(ActionClipFromAction(CineActionGetDefault(scene, CINE_ACTION_EDIT)), nullptr);
     EXPECT_STREQ(CineActionName(action), CineItemGetTag(clip, ACTIONCLIP_ACTION_TAG));
 
@@ -76,6 +83,22 @@ TEST_F(Clips, ClaimsSkipClipsAndMatricesAndKeepWhatTheGroupHolds) {
     EXPECT_EQ(ActionClipAddItem(clip, nullptr, make_named(elsewhere, body, "far")), 0);
     EXPECT_EQ(ActionClipAddItem(arm, nullptr, leg), 0);
     CinemaDestroy(elsewhere);
+}
+
+TEST_F(Clips, APlacedItemsTransformsAreClaimedWithIt) {
+    CineItem *clip = make_named(scene, ACTIONCLIP_TYPE_CODE, "walk");
+    CineItem *locator = make_named(scene, CineLookupType("locator"), "hand");
+    CineItem *move = XfrmAddStdTransform(locator, 2);  // a translation
+    ASSERT_NE(move, nullptr);
+    CineAction *action = ActionClipAction(clip);
+    ASSERT_EQ(ActionClipAddItem(clip, nullptr, locator), 1);
+    const unsigned own = 2;  // the transform's first channel after "matrix" and "type"
+    EXPECT_EQ(CineActionState(action, move, own), CINE_STATE_REMOVED);
+    EXPECT_EQ(
+        CineActionState(action, move, static_cast<unsigned>(CineItemLookupChannel(move, "matrix"))),
+        CINE_STATE_NONE);
+    ASSERT_EQ(ActionClipRemoveItem(clip, nullptr, locator), 1);
+    EXPECT_EQ(CineActionState(action, move, own), CINE_STATE_NONE);
 }
 
 TEST_F(Clips, KindsFollowTheActionType) {
@@ -156,6 +179,41 @@ TEST_F(Clips, ParentingRefusesLoops) {
     EXPECT_EQ(ActionClipSetActive(clip, nullptr, 0), 1);
     EXPECT_EQ(CineActionIsParent(layer, action), 0);
     EXPECT_EQ(ActionClipSetActive(clip, nullptr, 1), 0);  // edit -> clip -> edit
+}
+
+TEST_F(Clips, WithoutDefaultActionsOnlyTheAskedStepFailsAndLogs) {
+    CineActionDataDestroy(CineActionDataCreate(scene));
+    ASSERT_NE(CineActionDataCreate(scene), nullptr);
+    ASSERT_EQ(CineActionGetDefault(scene, CINE_ACTION_EDIT), nullptr);
+    CineItem *group = make_named(scene, GROUP_TYPE_CODE, "Actor");
+    CineItem *walk = make_named(scene, ACTIONCLIP_TYPE_CODE, "walk");
+    CineItem *jump = make_named(scene, ACTIONCLIP_TYPE_CODE, "jump");
+    GroupAddItem(group, walk);
+    GroupAddItem(group, jump);
+    ASSERT_EQ(ActionClipParentAction(walk, nullptr, CineActionCreate(scene, "layer", 1, nullptr)),
+              1);
+    const struct {
+        const char *what;
+        std::function<int()> call;
+        int result;
+        const char *failure;  // the end of the failure line, or null for none
+    } rows[] = {
+        {"activate", [&] { return ActionClipSetActive(jump, group, 1); }, 0,
+         "ActionClipSetActive:  Unable to find Edit action\n"},
+        {"unparent", [&] { return ActionClipSetParenting(jump, 0); }, 1, nullptr},
+    };
+    for (const auto &row : rows) {
+        lines.clear();
+        EXPECT_EQ(row.call(), row.result) << row.what;
+        const std::string failures = std::accumulate(lines.begin(), lines.end(), std::string());
+        if (row.failure == nullptr) {
+            EXPECT_EQ(failures.find("#[fail]"), std::string::npos) << row.what;
+        } else {
+            EXPECT_EQ(failures.rfind("#[fail] <", 0), 0u) << failures;
+            EXPECT_TRUE(failures.ends_with(row.failure)) << failures;
+        }
+    }
+    EXPECT_EQ(ActionClipIsActive(walk), 0);  // the group's clips left evaluation all the same
 }
 
 TEST_F(Clips, EnablingIsAnUndoableTag) {

@@ -292,7 +292,7 @@ class LayerUndoTarget : public UndoTarget {
 TEST_F(ActionEdits, RandomEditsUndoAndRedoExactly) {
     const UndoPropertyReport report = check_undo_property(
         "actions", [] { return std::make_unique<LayerUndoTarget>(); }, 20, 40);
-    EXPECT_EQ(report.sequences, 20u);
+    EXPECT_GE(report.sequences, 20u);
     EXPECT_GT(report.steps, 0u);
 }
 

@@ -163,7 +163,7 @@ TEST_F(Helpers, TheUndoPropertyHoldsForRandomShelfEdits) {
     };
     const auto report =
         test::check_undo_property("shelf", [] { return std::make_unique<RandomShelf>(); });
-    EXPECT_EQ(report.sequences, 20u);
+    EXPECT_GE(report.sequences, 20u);
     EXPECT_GT(report.steps, 100u);
 }
 

@@ -118,6 +118,11 @@ TEST_F(PolygonShape, AnInstancesOwnPositionsAreTheOnesTested) {
     EXPECT_EQ(PolygonTestPos(nullptr, square, &z, corner), 1);
     EXPECT_EQ(PolygonTestPos(instance, square, &z, corner), 0);
     EXPECT_EQ(PolygonTestPosTol(instance, square, &z, corner, 1e-3), -1);
+    double projected[3] = {7, 7, 7};
+    const AxisTest y = drop(1);
+    VertexTestAxisPos(&y, instance, v[2], projected);
+    EXPECT_EQ(projected[0], 0.25);
+    EXPECT_EQ(projected[1], 0.0);
     double centroid[3];
     EXPECT_EQ(PolygonGetCentroid(square, centroid, instance), 4u);
     EXPECT_DOUBLE_EQ(centroid[0], 0.3125);
@@ -162,19 +167,6 @@ TEST_F(PolygonShape, ToleranceIsTheBoxToleranceOfThePolygonsBounds) {
     BBoxSetExtent(&box);
     EXPECT_EQ(PolygonGetTolerance(big, mesh_), BBoxTolerance(&box));
     EXPECT_EQ(PolygonGetTolerance(big, nullptr), BBoxTolerance(&box));
-}
-
-TEST_F(PolygonShape, VertexTestAxisPosProjectsThroughTheTest) {
-    const std::vector<MeshVertex *> v = vertices({{1.5, 2.5, 3.5}});
-    const AxisTest y = drop(1);
-    double out[3];
-    float outf[3];
-    VertexTestAxisPos(&y, nullptr, v[0], out);
-    VertexTestAxisPosF(&y, mesh_, v[0], outf);
-    EXPECT_EQ(out[0], 1.5);
-    EXPECT_EQ(out[1], 0.0);
-    EXPECT_EQ(out[2], 3.5);
-    EXPECT_EQ(outf[2], 3.5f);
 }
 
 TEST_F(PolygonShape, ValidityChecksCountsPerTypeAndAllowsOnlyKeyholesToRepeatVertices) {

@@ -85,27 +85,6 @@ TEST_F(GroupMembers, EditsReportWhetherTheyChangedAnything) {
     CinemaDestroy(other);
 }
 
-TEST_F(GroupMembers, EveryEditUndoesAndRedoes) {
-    CineItem *g = make_group(scene, "G");
-    CineItem *a = make_item(scene, thing, "A");
-    CineItem *b = make_item(scene, thing, "B");
-    GroupAddItem(g, a);
-    const std::string before = memberships(scene);
-    const unsigned steps = UndoSysUndoCount();
-    GroupSetItem(g, b, 0);
-    GroupAddChannel(g, b, 0);
-    GroupSetItemPosition(g, a, 0);
-    GroupSetType(g, GROUP_KIND_RENDER);
-    GroupRemItem(nullptr, b);
-    const std::string after = memberships(scene);
-    EXPECT_EQ(after, "G: A | B.0 kind 3; ");
-    EXPECT_EQ(UndoSysUndoCount(), steps + 5);
-    for (int i = 0; i < 5; ++i) UndoSysUndo();
-    EXPECT_EQ(memberships(scene), before);
-    for (int i = 0; i < 5; ++i) UndoSysRedo();
-    EXPECT_EQ(memberships(scene), after);
-}
-
 TEST_F(GroupMembers, KindsLiveInTheTag) {
     CineItem *g = make_group(scene, "G");
     CineItem *a = make_item(scene, thing, "A");

@@ -2,7 +2,10 @@
 // standard members with their pairs; legacy channel names; settings; atomic chain edits.
 #include <memory>
 
+#include <random>
+
 #include "support/atomicity.h"
+#include "support/undo_property.h"
 #include "xfrm_fixture.h"
 
 namespace vx::test {
@@ -240,6 +243,81 @@ TEST_F(XfrmTest, FailedChainEditsLeaveTheSceneAsItWas) {
         EXPECT_GT(report.tried, 0u) << names[edit];
         EXPECT_EQ(report.held + report.survived, report.tried) << names[edit];
     }
+}
+
+// Random chain edits on two locators, one the parent of the other: members added, standard
+// members made, members moved within and between chains, members deleted, parents changed.
+class RandomChains : public UndoTarget {
+  public:
+    RandomChains() {
+        UndoSysSuspend();
+        scene_ = CinemaCreate(0);
+        a_ = CineItemCreate(scene_, XFRM_TYPE_LOCATOR);
+        b_ = CineItemCreate(scene_, XFRM_TYPE_LIGHT);
+        UndoSysResume();
+        UndoSysClear();
+    }
+    ~RandomChains() override {
+        UndoSysClear();
+        CinemaDestroy(scene_);
+    }
+    RandomChains(const RandomChains &) = delete;
+    RandomChains &operator=(const RandomChains &) = delete;
+
+    std::string snapshot() override {
+        std::string text = std::to_string(CinemaItemCount(scene_)) + " items";
+        for (CineItem *item : {a_, b_}) {
+            CineItem *parent = CineItemParent(item);
+            text += std::string("; ") + (parent != nullptr ? CineItemIdent(parent) : "-") + ":";
+            CineItem *members[32];
+            const unsigned n = XfrmGetTransformArray(item, members, 32);
+            for (unsigned i = 0; i < n && i < 32; ++i) {
+                const char *tag = CineItemGetTag(members[i], XFRM_STD_TAG);
+                CineItem *pre[4];
+                text += std::string(" ") + CineItemIdent(members[i]) + (tag ? tag : "") + "<" +
+                        std::to_string(XfrmGetPreTransformArray(members[i], pre, 4));
+            }
+        }
+        return text;
+    }
+    std::string random_edit(std::mt19937 &rng) override {
+        auto draw = [&](unsigned n) { return static_cast<unsigned>(rng() % n); };
+        CineItem *item = draw(2) == 0 ? a_ : b_;
+        CineItem *members[32];
+        const unsigned n = XfrmGetTransformArray(item, members, 32);
+        CineItem *member = n > 0 ? members[draw(std::min(n, 32u))] : nullptr;
+        CineItem *others[32];
+        const unsigned m = XfrmGetTransformArray(item == a_ ? b_ : a_, others, 32);
+        CineItem *target = m > 0 && draw(2) == 0 ? others[draw(std::min(m, 32u))] : member;
+        switch (member == nullptr ? draw(2) : draw(6)) {
+            case 0:
+                XfrmAddTransformItem(item, XFRM_TYPE_TRANSLATION + draw(4));
+                return "add";
+            case 1:
+                XfrmGetStdTransform(item, static_cast<int>(draw(8)), 1);
+                return "standard";
+            case 2:
+            case 3:
+                XfrmMoveRelative(member, target, static_cast<int>(draw(2)));
+                return "move";
+            case 4:
+                CineItemDelete(member);
+                return "delete";
+            default:
+                CineItemSetParent(b_, draw(2) == 0 ? a_ : nullptr, -1);
+                return "parent";
+        }
+    }
+
+  private:
+    Cinema *scene_ = nullptr;
+    CineItem *a_ = nullptr, *b_ = nullptr;
+};
+
+TEST_F(XfrmTest, RandomChainEditsUndoAndRedoExactly) {
+    const auto report = check_undo_property(
+        "chains", []() -> std::unique_ptr<UndoTarget> { return std::make_unique<RandomChains>(); });
+    EXPECT_GT(report.steps, 0u);
 }
 
 }  // namespace

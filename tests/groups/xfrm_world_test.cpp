@@ -242,6 +242,25 @@ TEST_F(WorldTest, BuildAndExtractComposeAroundOneMember) {
     XfrmBuildTransform(eval, p.item, XfrmGetStdTransform(p.item, XFRM_KIND_SHEAR, 0), out.data(),
                        rebuilt.data());
     expect_near(rebuilt, m);
+    // Without a parent or shear the world matrix splits into the scale and rotation put in.
+    double scl[9], rot[9], off[3], sub[9];
+    ASSERT_EQ(XfrmWorldScale(eval, p.item, scl), 1);
+    ASSERT_EQ(XfrmWorldRotation(eval, p.item, rot), 1);
+    ASSERT_EQ(XfrmWorldTransform3Off(eval, p.item, sub, off), 1);
+    for (std::size_t i = 0; i < 9; ++i) {
+        const std::size_t at = i / 3 * 4 + i % 3;
+        EXPECT_NEAR(scl[i], s[at], 1e-12) << i;
+        EXPECT_NEAR(rot[i], r[at], 1e-12) << i;
+        EXPECT_NEAR(sub[i], local[at], 1e-12) << i;
+    }
+    Mat pivot_world{};
+    ASSERT_EQ(XfrmWorldPosition4(eval, p.item, pivot_world.data()), 1);
+    for (std::size_t i = 0; i < 3; ++i) EXPECT_NEAR(pivot_world[12 + i], off[i], 1e-12);
+    const Mat wpiv = read(eval, p.item, 5);
+    const double at_pivot[3] = {1, 1, 0};
+    double expected[3];
+    Matrix4TransformPoint(local.data(), at_pivot, expected);
+    for (std::size_t i = 0; i < 3; ++i) EXPECT_NEAR(wpiv[12 + i], expected[i], 1e-12);
     // Reads of an item that is not placed fail and leave the output alone.
     Mat untouched{};
     EXPECT_EQ(XfrmWorldTransform4(eval, p.scale, untouched.data()), 0);

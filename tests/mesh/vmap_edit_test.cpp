@@ -252,7 +252,7 @@ class MapUndoTarget : public UndoTarget {
 TEST_F(VMapEdits, RandomEditsUndoAndRedoExactly) {
     const UndoPropertyReport report = check_undo_property(
         "vertex maps", [] { return std::make_unique<MapUndoTarget>(); }, 20, 40);
-    EXPECT_EQ(report.sequences, 20u);
+    EXPECT_GE(report.sequences, 20u);
     EXPECT_GT(report.steps, 0u);
 }
 

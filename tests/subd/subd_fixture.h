@@ -158,6 +158,9 @@ inline Reference reference(const Shape &shape, bool linear_uv = false) {
     adaptive.considerFVarChannels = true;
     refiner->RefineAdaptive(adaptive);
 
+    // The float tables themselves: the compatibility wrappers cast them to derived types they
+    // are not.
+    using Factory = Far::LimitStencilTableFactoryReal<float>;
     Far::PtexIndices ptex(*refiner);
     std::vector<int> ptex_ids;
     std::vector<float> s, t;
@@ -171,9 +174,9 @@ inline Reference reference(const Shape &shape, bool linear_uv = false) {
             t.push_back(n == 4 ? qt[c] : 0.0f);
         }
     }
-    Far::LimitStencilTableFactory::LocationArrayVec locations;
+    Factory::LocationArrayVec locations;
     for (std::size_t i = 0; i < ptex_ids.size(); ++i) {
-        Far::LimitStencilTableFactory::LocationArray a;
+        Factory::LocationArray a;
         a.ptexIdx = ptex_ids[i];
         a.numLocations = 1;
         a.s = &s[i];
@@ -182,14 +185,14 @@ inline Reference reference(const Shape &shape, bool linear_uv = false) {
     }
     Reference out;
     for (int pass = 0; pass < 2; ++pass) {
-        Far::LimitStencilTableFactory::Options o;
-        o.interpolationMode = pass == 0 ? Far::LimitStencilTableFactory::INTERPOLATE_VERTEX
-                                        : Far::LimitStencilTableFactory::INTERPOLATE_FACE_VARYING;
+        Factory::Options o;
+        o.interpolationMode =
+            pass == 0 ? Factory::INTERPOLATE_VERTEX : Factory::INTERPOLATE_FACE_VARYING;
         o.fvarChannel = 0;
-        std::unique_ptr<const Far::LimitStencilTable> table(
-            Far::LimitStencilTableFactory::Create(*refiner, locations, nullptr, nullptr, o));
+        std::unique_ptr<const Far::LimitStencilTableReal<float>> table(
+            Factory::Create(*refiner, locations, nullptr, nullptr, o));
         for (int i = 0; i < table->GetNumStencils(); ++i) {
-            const Far::LimitStencil stencil = table->GetLimitStencil(i);
+            const Far::LimitStencilReal<float> stencil = table->GetLimitStencil(i);
             std::array<float, 3> p{};
             std::array<float, 2> uv{};
             for (int k = 0; k < stencil.GetSize(); ++k) {

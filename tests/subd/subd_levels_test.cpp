@@ -1,6 +1,6 @@
 // The level functions as a mesh's port and the log see them: clamps, results, events, the
 // slots they flush and the failure lines they write.
-#include <regex>
+#include <cctype>
 #include <string>
 
 #include <vexor/log.h>
@@ -22,6 +22,17 @@ struct FailureLines {
         if (kind == VX_LOG_FAILURE) static_cast<FailureLines *>(client)->lines.push_back(text);
     }
 };
+
+// Whether a line is "#[fail] <ptch>:LINE MESSAGE " with an empty argument, as the level
+// functions write them.
+bool ptch_failure(const std::string &line, const std::string &message) {
+    const std::string head = "#[fail] <ptch>:";
+    if (line.compare(0, head.size(), head) != 0) return false;
+    std::size_t at = head.size();
+    const std::size_t digits = at;
+    while (at < line.size() && std::isdigit(static_cast<unsigned char>(line[at])) != 0) ++at;
+    return at > digits && line.substr(at) == " " + message + " \n";
+}
 
 class Levels : public SubdTest {
   protected:
@@ -64,7 +75,6 @@ TEST_F(Levels, SubdLevelClampsToOneToTwentyFourAndReturnsTheLevelPassed) {
     };
     const Case cases[] = {{0, 1, false},   {-5, 1, false}, {3, 3, false},    {30, 24, false},
                           {47, 24, false}, {48, 24, true}, {1000, 24, true}, {2, 2, false}};
-    const std::regex line(R"(#\[fail\] <ptch>:\d+ SUBD level set to ridiculous value! ?\n)");
     for (const Case &c : cases) {
         SCOPED_TRACE(c.passed);
         FailureLines log;
@@ -77,7 +87,8 @@ TEST_F(Levels, SubdLevelClampsToOneToTwentyFourAndReturnsTheLevelPassed) {
         EXPECT_EQ(slot_filled(), had && !rebuilt) << "the slots are emptied for a new level only";
         ASSERT_EQ(log.lines.size(), c.logged ? 1u : 0u);
         if (c.logged) {
-            EXPECT_TRUE(std::regex_match(log.lines[0], line)) << log.lines[0];
+            EXPECT_TRUE(ptch_failure(log.lines[0], "SUBD level set to ridiculous value!"))
+                << log.lines[0];
         }
         // Reading the refined geometry again refills it at the new level.
         if (c.stored <= 3) {
@@ -152,18 +163,6 @@ TEST_F(Levels, CageModeIsQuietFlushesAndRefreshesByItsOwner) {
     data().owner->flags = 0;
 }
 
-TEST_F(Levels, PreviewSettingsBelongToNoMesh) {
-    EXPECT_EQ(SUBDGetPreviewRenderLevel(), 1);
-    EXPECT_EQ(SUBDGetPreviewCage(), 0);
-    SUBDSetPreviewRenderLevel(5);
-    SUBDSetPreviewCage(1);
-    EXPECT_EQ(SUBDGetPreviewRenderLevel(), 5);
-    EXPECT_EQ(SUBDGetPreviewCage(), 1);
-    SUBDSetPreviewRenderLevel(1);
-    SUBDSetPreviewCage(0);
-    EXPECT_EQ(events->count(), 0u);
-}
-
 TEST_F(Levels, ObsoletePatchQueriesReportAndAnswerZero) {
     FailureLines log;
     float out[12] = {};
@@ -171,12 +170,8 @@ TEST_F(Levels, ObsoletePatchQueriesReportAndAnswerZero) {
     EXPECT_EQ(std::vector<float>(out, out + 3), (std::vector<float>{1, 1, 1}));
     EXPECT_EQ(PTCHGetEdgeBezier(shape.mesh, shape.polygons[0], 0, out), 0);
     ASSERT_EQ(log.lines.size(), 2u);
-    EXPECT_TRUE(std::regex_match(
-        log.lines[0],
-        std::regex(R"(#\[fail\] <ptch>:\d+ PTCHGetCorner: SubPatch was removed\. ?\n)")));
-    EXPECT_TRUE(std::regex_match(
-        log.lines[1],
-        std::regex(R"(#\[fail\] <ptch>:\d+ PTCHGetEdgeBezier: SubPatch was removed\. ?\n)")));
+    EXPECT_TRUE(ptch_failure(log.lines[0], "PTCHGetCorner: SubPatch was removed."));
+    EXPECT_TRUE(ptch_failure(log.lines[1], "PTCHGetEdgeBezier: SubPatch was removed."));
 }
 
 TEST_F(Levels, BufferLevelsDropTheBuffersOwnSlots) {

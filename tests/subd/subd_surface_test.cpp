@@ -18,6 +18,9 @@ void expect_corners_match(const Shape &shape, bool linear_uv) {
             float p[3], uv[3];
             ASSERT_EQ(SUBDGetCorner(b.mesh, b.vertices[std::size_t(shape.faces[f][c])], p), 1);
             ASSERT_EQ(SUBDGetUVCorner(b.mesh, b.uv, b.polygons[f], unsigned(c), uv), 1);
+            float first_map[3];  // no map given: the mesh's first, here its only one
+            ASSERT_EQ(SUBDGetUVCorner(b.mesh, nullptr, b.polygons[f], unsigned(c), first_map), 1);
+            EXPECT_EQ(first_map[0], uv[0]);
             for (std::size_t k = 0; k < 3; ++k) EXPECT_NEAR(p[k], ref.corner_points[at][k], 1e-5);
             EXPECT_NEAR(uv[0], ref.corner_uvs[at][0], 1e-5) << "face " << f << " corner " << c;
             EXPECT_NEAR(uv[1], ref.corner_uvs[at][1], 1e-5) << "face " << f << " corner " << c;
@@ -80,6 +83,7 @@ TEST_F(Surface, InputThatMakesNoSurfaceIsAnsweredWithZero) {
     // A proper face beside them makes a surface of its own.
     MeshPolygon *good = MeshNewPolygon(mesh, kSubd, 3, v.data() + 1, 0);
     EXPECT_EQ(SUBDGetCorner(mesh, v[2], out), 1);
+    EXPECT_EQ(SUBDGetUVCorner(mesh, uv, good, 0, out), 0) << "the map has no values for it";
     EXPECT_EQ(SUBDGetUVCorner(mesh, uv, good, 3, out), 0);
     EXPECT_EQ(SUBDGetCorner(mesh, nullptr, out), 0);
     EXPECT_EQ(SUBDGetCorner(nullptr, v[2], out), 0);

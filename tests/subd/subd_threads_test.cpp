@@ -33,16 +33,18 @@ TEST_F(SubdThreads, LevelChangesWhileAnotherThreadReadsTheSurface) {
     const std::vector<float> expected = generate(buffer, pentagon);
     ASSERT_EQ(expected.size(), 2u * (5u << 2));
 
-    std::atomic<bool> done{false};
+    std::atomic<bool> started{false}, done{false};
     std::atomic<int> mismatches{0};
     std::thread reader([&] {
         float corner[3];
+        started.store(true);
         for (int i = 0; i < 300 || !done.load(); ++i) {
             if (MeshMetaValidate(cls, b.mesh) == nullptr) mismatches.fetch_add(1);
             if (generate(buffer, pentagon) != expected) mismatches.fetch_add(1);
             if (SUBDGetCorner(b.mesh, b.vertices[5], corner) != 1) mismatches.fetch_add(1);
         }
     });
+    while (!started.load()) std::this_thread::yield();
     for (int i = 0; i < 300; ++i) SUBDSetLevel(b.mesh, 1 + i % 4);
     done.store(true);
     reader.join();

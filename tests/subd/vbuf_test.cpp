@@ -66,6 +66,50 @@ TEST_F(VBuf, ContinuousUVsFollowTheRefinedSurface) {
     MeshDestroy(b.mesh);
 }
 
+double shoelace(const float *xyz, std::size_t count) {
+    double area = 0.0;
+    for (std::size_t k = 0; k < count; ++k) {
+        const float *a = xyz + 3 * k, *c = xyz + 3 * ((k + 1) % count);
+        area += 0.5 * (double{a[0]} * double{c[1]} - double{c[0]} * double{a[1]});
+    }
+    return area;
+}
+
+// A flat surface's refined quads of a polygon tile the region its refined outline encloses.
+TEST_F(VBuf, TheQuadsOfAPolygonTileItsOutline) {
+    Shape s;
+    s.points = {{0, 0, 0}, {2, 0, 0}, {2, 1, 0}, {1, 2, 0}, {0, 1, 0}, {3, 0, 0}, {3, 1, 0}};
+    s.faces = {{0, 1, 2, 3, 4}, {1, 5, 6, 2}};
+    BuiltShape b = build(s);
+    for (int level = 1; level <= 3; ++level) {
+        SUBDSetLevel(b.mesh, level);
+        for (std::size_t f = 0; f < 2; ++f) {
+            PolyVBuf *buffer = PolyVBufCreate(b.mesh, nullptr, PVBUF_QUADS);
+            PolyVBufResetCount(buffer);
+            PolyVBufCountPoly(buffer, b.polygons[f]);
+            PolyVBufAllocate(buffer);
+            PolyVBufResetCount(buffer);
+            const unsigned samples = PolyVBufGenPoly(buffer, b.polygons[f]);
+            EXPECT_EQ(samples, s.faces[f].size() << (2 * level));
+            AVBView view{};
+            AVBUpdateBegin(PolyVBufAttributes(buffer), &view);
+            double area = 0.0;
+            for (unsigned q = 0; q + 3 < samples; q += 4) {
+                const double quad = shoelace(view.values + 3 * q, 4);
+
+                EXPECT_GT(quad, 0.0);
+                area += quad;
+            }
+            AVBUpdateEnd(PolyVBufAttributes(buffer));
+            PolyVBufDestroy(buffer);
+            const std::vector<float> loop = outline(b.mesh, nullptr, b.polygons[f]);
+            EXPECT_NEAR(area, shoelace(loop.data(), loop.size() / 3), 1e-4)
+                << "face " << f << " level " << level;
+        }
+    }
+    MeshDestroy(b.mesh);
+}
+
 TEST_F(VBuf, LinearUVsCageModeAndLevelZeroGiveTheCorners) {
     BuiltShape b = build(cube());
     MeshPolygon *face = b.polygons[2];

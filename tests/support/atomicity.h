@@ -5,7 +5,9 @@
 // allocation failing. After each failure the state must equal the state before, no change
 // event may have been sent, and no memory may be left behind; a retry on the same target must
 // then succeed and give the same final state as the clean run. The walk ends at the first n
-// past the edit's last allocation. The helper prints one line of figures.
+// past the edit's last allocation. It is made twice: with the nth allocation alone failing
+// (transient), and with every allocation from the nth on failing (persistent). The helper
+// prints one line of figures.
 //
 // The same helper checks undo and redo steps: a target whose edit() is UndoSysUndo() (with
 // the history in its snapshot) proves that a failed undo leaves data and position as they were.

@@ -3,9 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <new>
 #include <vector>
 
 #include "foundation/undo.h"
+#include "support/alloc_injection.h"
+#include "support/property_volume.h"
 
 namespace vx::test {
 
@@ -23,6 +26,51 @@ const Waypoint *waypoint_at(const std::vector<Waypoint> &path, std::size_t steps
         if (it->steps == steps) return &*it;
     }
     return nullptr;
+}
+
+// Undoes back to `position` steps in effect; false when the history cannot get there.
+bool undo_to(std::size_t position) {
+    while (UndoSysUndoCount() > position) {
+        if (!UndoSysUndo()) return false;
+    }
+    return UndoSysUndoCount() == position;
+}
+
+// Makes the next random edit first cleanly, then with its allocations failing one point after
+// another, transient and persistent, undoing after each try. A faulted try may be refused,
+// absorbed, or (when the failure hits the test's own code after the library's calls) made;
+// whatever it did, undoing back to where it started must give back the state before it
+// exactly: an edit that failed must not leave unrecorded changes behind. Ends with the edit
+// made cleanly. Returns the first problem; counts the points tried.
+std::string faulted_edit(UndoTarget &target, std::mt19937 &rng, std::string &description,
+                         std::size_t &points) {
+    const std::string before = target.snapshot();
+    const std::size_t position = UndoSysUndoCount();
+    const std::mt19937 start = rng;
+    for (const FailMode mode : {FailMode::once, FailMode::from_then_on}) {
+        for (std::uint64_t n = 1;; ++n) {
+            std::mt19937 draw = start;
+            fail_allocation(n, mode);
+            try {
+                description = target.random_edit(draw);
+            } catch (const std::bad_alloc &) {
+                // the failure reached the test's own code, outside the library's guard
+            }
+            const bool raised = injected_failure_raised();
+            stop_failing();
+            if (!raised) break;  // past the edit's last allocation
+            ++points;
+            if (!undo_to(position) || target.snapshot() != before) {
+                return "a faulted \"" + description + "\" (allocation " + std::to_string(n) +
+                       (mode == FailMode::once ? ", transient" : ", persistent") +
+                       ") left changes that undo does not take back";
+            }
+        }
+        if (mode == FailMode::once && !undo_to(position)) return "could not undo a clean edit";
+    }
+    rng = start;
+    description = target.random_edit(rng);
+    return {};
 }
 
 // Moves to `steps` steps in effect, comparing each waypoint passed; returns the first problem.
@@ -51,22 +99,33 @@ UndoPropertyReport check_undo_property(const std::string &name, const UndoTarget
     UndoSysSetLimit(0);
     std::string problem;
 
-    for (std::uint32_t seed = 1; seed <= sequences && problem.empty(); ++seed) {
+    // The volume multiplies the sequences; some also make each of their edits with failing
+    // allocations first.
+    const PropertyVolume &volume = property_volume();
+    const std::uint64_t count = volume.replay ? 1 : std::uint64_t{sequences} * volume.volume;
+    std::uint64_t failed_seed = 0;
+    for (std::uint64_t i = 0; i < count && problem.empty(); ++i) {
+        const std::uint64_t seed = volume.first_seed + i;
         UndoSysClear();
-        std::mt19937 rng(seed);
+        std::mt19937 rng(static_cast<std::mt19937::result_type>(seed));
         std::unique_ptr<UndoTarget> target = make();
         UndoSysClear();  // whatever building the target recorded is not part of the sequence
         std::vector<Waypoint> path{{0, target->snapshot(), "start"}};
-        for (std::size_t i = 0; i < edits_per_sequence; ++i) {
-            std::string edit = target->random_edit(rng);
+        const bool faulted = seed % volume.faulted_every == 0 || volume.replay;
+        for (std::size_t e = 0; e < edits_per_sequence && problem.empty(); ++e) {
+            std::string edit;
+            if (faulted) {
+                problem = faulted_edit(*target, rng, edit, report.fault_points);
+            } else {
+                edit = target->random_edit(rng);
+            }
             path.push_back({UndoSysUndoCount(), target->snapshot(), std::move(edit)});
         }
         ++report.sequences;
         report.edits += edits_per_sequence;
         const std::size_t total = UndoSysUndoCount();
-        const std::string label = "seed " + std::to_string(seed) + ": ";
 
-        problem = move_to(*target, path, 0);
+        if (problem.empty()) problem = move_to(*target, path, 0);
         if (problem.empty() && UndoSysCanUndo()) problem = "undo left steps behind";
         if (problem.empty()) problem = move_to(*target, path, total);
         if (problem.empty() && target->snapshot() != path.back().state) {
@@ -82,17 +141,26 @@ UndoPropertyReport check_undo_property(const std::string &name, const UndoTarget
                 problem = "a new edit kept the redo steps";
             }
         }
-        if (!problem.empty()) problem = label + problem;
+        if (!problem.empty()) failed_seed = seed;
         target.reset();
         UndoSysClear();
     }
 
     UndoSysSetLimit(old_limit);
     UndoSysShutdown();
-    std::printf("[undo] %s: %zu sequences, %zu edits, %zu steps undone and redone, %s\n",
-                name.c_str(), report.sequences, report.edits, report.steps,
-                problem.empty() ? "all states held" : "a state differs");
-    if (!problem.empty()) ADD_FAILURE() << name << ": " << problem;
+    property_totals().undo_sequences += report.sequences;
+    property_totals().fault_points += report.fault_points;
+    std::printf(
+        "[undo] %s: %zu sequences, %zu edits, %zu steps undone and redone, %zu "
+        "allocation-failure points in edits, %s\n",
+        name.c_str(), report.sequences, report.edits, report.steps, report.fault_points,
+        problem.empty() ? "all states held" : "a state differs");
+    if (!problem.empty()) {
+        std::printf("[undo] %s: failing seed %llu; replay with VEXOR_PROPERTY_REPLAY=%llu\n",
+                    name.c_str(), static_cast<unsigned long long>(failed_seed),
+                    static_cast<unsigned long long>(failed_seed));
+        ADD_FAILURE() << name << ": seed " << failed_seed << ": " << problem;
+    }
     return report;
 }
 

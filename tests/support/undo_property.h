@@ -3,7 +3,11 @@
 // For each seed a fresh target takes a random sequence of edits. Undoing every step must give
 // back the initial snapshot exactly, and each state in between at the step boundary where it
 // was left; redoing every step must give back each later state and the final one. A new edit
-// after a partial undo must drop the redo steps. The helper prints one line of figures.
+// after a partial undo must drop the redo steps. Every eighth sequence also makes each of its
+// edits with allocations failing first, transient and persistent: undoing whatever a faulted
+// edit did must give back the state before it (see faulted_edit).
+// The number of sequences is scaled, and their seeds chosen, by support/property_volume.h; a
+// failure names its seed. The helper prints one line of figures.
 #pragma once
 
 #include <cstddef>
@@ -27,7 +31,8 @@ class UndoTarget {
 struct UndoPropertyReport {
     std::size_t sequences = 0;
     std::size_t edits = 0;
-    std::size_t steps = 0;  // undo steps undone and redone
+    std::size_t steps = 0;         // undo steps undone and redone
+    std::size_t fault_points = 0;  // allocation failures injected into edits
 };
 
 using UndoTargetFactory = std::function<std::unique_ptr<UndoTarget>()>;

@@ -23,8 +23,12 @@ int vexor_blend(int argc, char **argv);
 int vexor_demo(int argc, char **argv);
 int vexor_env(int argc, char **argv);
 int vexor_gallery(int argc, char **argv);
+int vexor_hull(int argc, char **argv);
 int vexor_image(int argc, char **argv);
+int vexor_irrcache(int argc, char **argv);
 int vexor_scene(int argc, char **argv);
+int vexor_subd(int argc, char **argv);
+int vexor_polygon(int argc, char **argv);
 
 // In the order `vexor --help` lists them.
 inline constexpr Subcommand kSubcommands[] = {
@@ -118,6 +122,36 @@ inline constexpr Subcommand kSubcommands[] = {
      "megapixels are refused.\n"
      "\n"
      "example: vexor image convert render.exr preview.png\n"},
+    {"subd", "draw a cube and a five-sided face subdivided at levels 0 to 3", vexor_subd,
+     "usage: vexor subd\n"
+     "       vexor subd --svg PATH\n"
+     "\n"
+     "Builds a cube and a lone five-sided face (one corner lifted) of subdivision\n"
+     "surface polygons, sets their level from 1 to 3 and draws each level in a row:\n"
+     "the cage dashed in grey, the quads of the refined surface in blue and the\n"
+     "limit positions of the cage's corners as red dots (level 0 shows the cage and\n"
+     "its limit corners only). Prints the number of refined quads and the limit of\n"
+     "the first corner at each level.\n"
+     "\n"
+     "  --svg PATH   where to write the picture (default: vexor-subd.svg)\n"},
+    {"polygon", "test a grid of points against a polygon and draw it", vexor_polygon,
+     "usage: vexor polygon [FILE] [options]\n"
+     "\n"
+     "Builds a polygon from FILE (one vertex a line, \"x y [z]\"; # starts a comment;\n"
+     "at most 10000 vertices) or, without a file, a star; tests a grid of points\n"
+     "against it with a boundary band, prints what the polygon tests find (vertex\n"
+     "count and winding, the corner normal at vertex 0, the axis the point tests\n"
+     "drop, first-corner and all-corner convexity, validity, the grid's counts) and\n"
+     "draws the polygon with its points coloured inside, outside and on the band.\n"
+     "The band lies along the vertices, nearly level edges and the edges that run\n"
+     "downward in the plane's v direction only; the picture marks those edges.\n"
+     "\n"
+     "  --star N     the built-in star's number of points (default: 5)\n"
+     "  --grid N     test points per side, 2 to 200 (default: 41)\n"
+     "  --band T     the band's half-width (default: a fiftieth of the polygon's size)\n"
+     "  --svg PATH   where to write the picture (default: vexor-polygon.svg)\n"
+     "\n"
+     "example: vexor polygon --star 7 --grid 61\n"},
     {"adjust", "change a picture's hue, saturation, colour and levels as a render output does",
      vexor_adjust,
      "usage: vexor adjust IN OUT [options]\n"
@@ -160,4 +194,31 @@ inline constexpr Subcommand kSubcommands[] = {
      "  --cell N      the size of one cell in pixels, 32 to 1024 (default: 160)\n"
      "\n"
      "example: vexor blend --opacity 0.5 --png half.png\n"},
+    {"irrcache", "what an irradiance cache file holds, and a picture of its values", vexor_irrcache,
+     "usage: vexor irrcache show FILE [--svg PATH]\n"
+     "\n"
+     "Loads an irradiance cache file and prints its version, how many values each of\n"
+     "its two lists holds, the blocks, nodes and memory the cache takes, and the\n"
+     "bounds of the values' positions and radii. Draws the values seen from above\n"
+     "(x to the right, y up), each a disc of half its radius coloured by its\n"
+     "irradiance; values of the second list are outlined.\n"
+     "\n"
+     "  --svg PATH   where to write the picture (default: vexor-irrcache.svg)\n"},
+    {"hull", "the convex hull, bounding box and major axis of 2D or 3D points", vexor_hull,
+     "usage: vexor hull FILE [--svg PATH] [--print N]\n"
+     "\n"
+     "Reads points from FILE, one a line: \"x y\" for points in the plane or \"x y z\"\n"
+     "for points in space (blanks or commas between numbers, # starts a comment).\n"
+     "Points in space are hulled in the plane that fits them best, seen along the\n"
+     "axis nearest its normal. Prints the hull's vertices (the file's point numbers),\n"
+     "its bounding box and its major axis (a small rectangle around it), and draws\n"
+     "the points, the hull and that rectangle to an SVG picture.\n"
+     "\n"
+     "  --svg PATH   where to write the picture (default: vexor-hull.svg)\n"
+     "  --print N    print at most N hull vertices (default: 40)\n"
+     "\n"
+     "The file may hold up to 2,000,000 points and 64 MiB. Exit status: 0 done, 1 the\n"
+     "file could not be read or holds fewer than two distinct points, 2 bad options.\n"
+     "\n"
+     "example: vexor hull points.txt --svg hull.svg\n"},
 };

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <memory>
 
+#include "bounds.h"
+
 #include <vexor/env_eval.h>
 
 namespace {
@@ -68,9 +70,18 @@ std::string number(double v) {
 // Maps times and values into the plot area.
 struct Frame {
     double t0, t1, v0, v1;
-    double x(double t) const { return kLeft + (t - t0) / (t1 - t0) * (kWidth - kLeft - kRight); }
+    // Points far outside the plot area (and values that are not numbers) are pinned just
+    // outside it, so the picture's numbers stay small whatever the curve does.
+    double x(double t) const {
+        return pin(kLeft + (t - t0) / (t1 - t0) * (kWidth - kLeft - kRight), kWidth);
+    }
     double y(double v) const {
-        return kPlotHeight - kBottom - (v - v0) / (v1 - v0) * (kPlotHeight - kTop - kBottom);
+        return pin(kPlotHeight - kBottom - (v - v0) / (v1 - v0) * (kPlotHeight - kTop - kBottom),
+                   kPlotHeight);
+    }
+    static double pin(double p, double size) {
+        if (std::isnan(p)) return -size;
+        return std::clamp(p, -size, 2.0 * size);
     }
 };
 
@@ -112,6 +123,8 @@ Frame frame_for(const std::vector<PlottedCurve> &curves, PlotSpan span) {
         }
     }
     if (!(lo <= hi)) lo = hi = 0.0;
+    lo = std::clamp(lo, -1e300, 1e300);  // keeps hi - lo and the margin finite
+    hi = std::clamp(hi, -1e300, 1e300);
     if (hi - lo < 1e-9) {
         lo -= 1.0;
         hi += 1.0;
@@ -127,8 +140,11 @@ void write_axes(std::FILE *f, const Frame &fr) {
                  "<rect x='%.1f' y='%.1f' width='%.1f' height='%.1f' fill='#fbfbfb' "
                  "stroke='#888'/>\n",
                  x0, y0, x1 - x0, y1 - y0);
+    // Ticks are counted, not stepped, so no span or range can make the loop run long.
     const double tstep = tick_step(fr.t1 - fr.t0, 10.0);
-    for (double t = std::ceil(fr.t0 / tstep) * tstep; t <= fr.t1 + 1e-9; t += tstep) {
+    const double t_first = std::ceil(fr.t0 / tstep);
+    for (int i = 0; i <= 40 && (t_first + i) * tstep <= fr.t1 + tstep * 1e-6; ++i) {
+        const double t = (t_first + i) * tstep;
         const double x = fr.x(t);
         std::fprintf(f, "<line x1='%.1f' y1='%.1f' x2='%.1f' y2='%.1f' stroke='%s'/>\n", x, y0, x,
                      y1, std::fabs(t) < 1e-9 ? "#999" : "#e4e4e4");
@@ -140,7 +156,9 @@ void write_axes(std::FILE *f, const Frame &fr) {
     std::fprintf(f, "<text x='%.1f' y='%.1f' text-anchor='middle' fill='#555'>time</text>\n",
                  (x0 + x1) / 2, kPlotHeight - 20);
     const double vstep = tick_step(fr.v1 - fr.v0, 7.0);
-    for (double v = std::ceil(fr.v0 / vstep) * vstep; v <= fr.v1 + 1e-9; v += vstep) {
+    const double v_first = std::ceil(fr.v0 / vstep);
+    for (int i = 0; i <= 40 && (v_first + i) * vstep <= fr.v1 + vstep * 1e-6; ++i) {
+        const double v = (v_first + i) * vstep;
         const double y = fr.y(v);
         std::fprintf(f, "<line x1='%.1f' y1='%.1f' x2='%.1f' y2='%.1f' stroke='%s'/>\n", x0, y, x1,
                      y, std::fabs(v) < 1e-9 ? "#999" : "#e4e4e4");
@@ -224,17 +242,8 @@ void write_legend(std::FILE *f, const std::vector<PlottedCurve> &curves) {
                      "<line x1='%.1f' y1='%.1f' x2='%.1f' y2='%.1f' stroke='%s' "
                      "stroke-width='3'/>\n",
                      x, y - 4, x + 24, y - 4, kColours[i % kColourCount]);
-        std::fprintf(f, "<text x='%.1f' y='%.1f'>", x + 32, y);
-        for (char ch : curves[i].name) {
-            if (ch == '<') {
-                std::fputs("&lt;", f);
-            } else if (ch == '&') {
-                std::fputs("&amp;", f);
-            } else {
-                std::fputc(ch, f);
-            }
-        }
-        std::fputs("</text>\n", f);
+        std::fprintf(f, "<text x='%.1f' y='%.1f'>%s</text>\n", x + 32, y,
+                     svg_text(curves[i].name).c_str());
     }
 }
 
@@ -249,20 +258,22 @@ double curve_value(const PlottedCurve &curve, double time) {
 }
 
 bool write_curve_plot(const char *path, const std::vector<PlottedCurve> &curves, PlotSpan span,
-                      const std::string &title) {
+                      const std::string &title, const std::vector<SvgPanel> &panels) {
     std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path, "w"));
     if (!file) return false;
     std::FILE *f = file.get();
     const Frame fr = frame_for(curves, span);
-    const double height =
+    const double plot_height =
         kPlotHeight + kLegendRow * static_cast<double>(legend_rows(curves.size()));
+    double height = plot_height;
+    for (const SvgPanel &panel : panels) height += panel.height;
     std::fprintf(f,
                  "<svg xmlns='http://www.w3.org/2000/svg' width='%.0f' height='%.0f' "
                  "viewBox='0 0 %.0f %.0f' font-family='sans-serif' font-size='12'>\n",
                  kWidth, height, kWidth, height);
     std::fprintf(f, "<rect width='100%%' height='100%%' fill='white'/>\n");
     std::fprintf(f, "<text x='%.1f' y='28' font-size='16' font-weight='bold'>%s</text>\n", kLeft,
-                 title.c_str());
+                 svg_text(title).c_str());
     write_axes(f, fr);
     std::fprintf(f,
                  "<clipPath id='plot'><rect x='%.1f' y='%.1f' width='%.1f' height='%.1f'/>"
@@ -276,31 +287,40 @@ bool write_curve_plot(const char *path, const std::vector<PlottedCurve> &curves,
     }
     std::fputs("</g>\n", f);
     write_legend(f, curves);
+    double top = plot_height;
+    for (const SvgPanel &panel : panels) {
+        panel.draw(f, top, kWidth);
+        top += panel.height;
+    }
     std::fputs("</svg>\n", f);
     if (std::ferror(f) != 0) return false;
     return std::fclose(file.release()) == 0;
 }
 
-void print_value_table(std::FILE *out, const std::vector<PlottedCurve> &curves, PlotSpan span,
-                       double fps, int every) {
+void print_value_table(std::FILE *out, const std::vector<PlottedCurve> &curves, double fps,
+                       const FrameRange &frames) {
     // Columns are numbered; the names are listed above the table.
     for (std::size_t i = 0; i < curves.size(); ++i) {
-        std::fprintf(out, "  [%zu] %s\n", i + 1, curves[i].name.c_str());
+        std::fprintf(out, "  [%zu] %s\n", i + 1, printable(curves[i].name).c_str());
     }
     std::fprintf(out, "%7s %9s", "frame", "time");
     for (std::size_t i = 0; i < curves.size(); ++i) std::fprintf(out, " %10s[%zu]", "", i + 1);
     std::fputc('\n', out);
-    const auto first = static_cast<long>(std::ceil(span.from * fps - 1e-9));
-    const auto last = static_cast<long>(std::floor(span.to * fps + 1e-9));
-    const long step = every > 0 ? every : 1;
-    // Start on a multiple of the step so the rows line up with whole seconds where they can.
-    long frame = first;
-    if (frame % step != 0) frame += (frame > 0 ? step - frame % step : -(frame % step));
-    for (; frame <= last; frame += step) {
+    // The range was bounded by frame_range: at most kMaxRows rows.
+    for (std::int64_t row = 0; row < frames.rows; ++row) {
+        const std::int64_t frame = frames.first + row * frames.every;
         const double t = static_cast<double>(frame) / fps;
-        std::fprintf(out, "%7ld %9.4f", frame, t);
+        std::fprintf(out, "%7lld %9.4f", static_cast<long long>(frame), t);
         for (const PlottedCurve &c : curves) std::fprintf(out, " %13.4f", curve_value(c, t));
         std::fputc('\n', out);
+    }
+}
+
+void print_value_table(std::FILE *out, const std::vector<PlottedCurve> &curves, PlotSpan span,
+                       double fps, int every) {
+    FrameRange frames;
+    if (frame_range(span.from, span.to, fps, every, frames)) {
+        print_value_table(out, curves, fps, frames);
     }
 }
 

@@ -10,6 +10,8 @@
 
 #include <vexor/env.h>
 
+#include "bounds.h"
+
 // A curve to draw: an envelope with its keys, or a sampled value (a channel read through an
 // evaluator) with, optionally, the envelope whose keys it passes through.
 struct PlottedCurve {
@@ -23,14 +25,25 @@ struct PlotSpan {
     double to;
 };
 
-// Writes an SVG plot of the curves over the span: time and value axes with labels, one colour
-// per curve, a dot on every key, the keys' tangent handles, and a legend. False (with errno
-// set by the C library) when the file cannot be written.
-bool write_curve_plot(const char *path, const std::vector<PlottedCurve> &curves, PlotSpan span,
-                      const std::string &title);
+// A further drawing under the plot: its height, and what draws it into the file with its top
+// edge at `top` across the picture's width.
+struct SvgPanel {
+    double height;
+    std::function<void(std::FILE *f, double top, double width)> draw;
+};
 
-// Prints the curves' values at every `every`-th frame of `fps` frames per second over the span,
-// one row per frame.
+// Writes an SVG plot of the curves over the span: time and value axes with labels, one colour
+// per curve, a dot on every key, the keys' tangent handles, and a legend; then the panels, one
+// under the other. False (with errno set by the C library) when the file cannot be written.
+bool write_curve_plot(const char *path, const std::vector<PlottedCurve> &curves, PlotSpan span,
+                      const std::string &title, const std::vector<SvgPanel> &panels = {});
+
+// Prints the curves' values at the frames of `frames` (see bounds.h) at `fps` frames per
+// second, one row per frame.
+void print_value_table(std::FILE *out, const std::vector<PlottedCurve> &curves, double fps,
+                       const FrameRange &frames);
+// The same over a span, every `every`-th frame; prints nothing when the table would be longer
+// than kMaxRows rows (the commands that take spans from their users check that first).
 void print_value_table(std::FILE *out, const std::vector<PlottedCurve> &curves, PlotSpan span,
                        double fps, int every);
 

@@ -1,16 +1,11 @@
-// `vexor env plot`: an envelope described on the command line, or read from a curve file,
-// printed frame by frame and drawn to an SVG picture with its keys and tangent handles.
-// `vexor env save`: the same description written to a curve file.
+// `vexor env plot`: an envelope described on the command line, or read from a curve file or a
+// key text file, printed frame by frame and drawn to an SVG picture with its keys and tangent
+// handles. `vexor env save`: the same description written to a curve file.
 #include <algorithm>
-#include <cctype>
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <iterator>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <vexor/block.h>
@@ -18,292 +13,138 @@
 #include <vexor/env_eval.h>
 #include <vexor/env_io.h>
 
+#include "bounds.h"
 #include "curve_plot.h"
+#include "options.h"
 
 namespace {
 
-constexpr int kUsageError = 2;
-
-struct Named {
-    const char *name;
-    unsigned code;
-};
-
-constexpr Named kBehaviors[] = {
-    {"reset", ENV_BEHAVIOR_RESET},
-    {"constant", ENV_BEHAVIOR_CONSTANT},
-    {"repeat", ENV_BEHAVIOR_REPEAT},
-    {"oscillate", ENV_BEHAVIOR_OSCILLATE},
-    {"offset-repeat", ENV_BEHAVIOR_OFFSET_REPEAT},
-    {"linear", ENV_BEHAVIOR_LINEAR},
-    {"none", ENV_BEHAVIOR_NONE},
-};
-constexpr Named kSlopes[] = {
-    {"manual", ENV_SLOPE_MANUAL},       {"auto", ENV_SLOPE_AUTO},
-    {"linear-in", ENV_SLOPE_LINEAR_IN}, {"linear-out", ENV_SLOPE_LINEAR_OUT},
-    {"auto-flat", ENV_SLOPE_AUTO_FLAT}, {"flat", ENV_SLOPE_AUTO_FLAT},
-    {"stepped", ENV_SLOPE_STEPPED},
-};
-constexpr Named kInterpolations[] = {
-    {"curve", ENV_INTERP_CURVE},
-    {"linear", ENV_INTERP_LINEAR},
-    {"stepped", ENV_INTERP_STEPPED},
-};
-
-struct KeyArg {
-    double time;
-    double value;
-    bool has_type;
-    unsigned slope_type;
-};
-
-struct PlotArgs {
-    std::vector<KeyArg> keys;
-    unsigned pre = ENV_BEHAVIOR_CONSTANT;
-    unsigned post = ENV_BEHAVIOR_CONSTANT;
-    unsigned interpolation = ENV_INTERP_CURVE;
-    unsigned slope_type = ENV_SLOPE_AUTO;
-    bool integer = false;
-    bool has_weight = false;
-    double weight = 0.0;
-    bool has_from = false, has_to = false;
-    double from = 0.0, to = 0.0;
-    double fps = 24.0;
-    int every = 0;
-    std::string svg = "vexor-env-plot.svg";
-    std::string name;
-    std::string file;  // plot: read the curve from this saved curve file
-};
-
 // A curve file is a block stream holding one "curve" block: a "type" block (the envelope type,
-// 0 float or 1 integer, and the post behaviour, which the envelope's own blocks do not keep)
-// followed by the envelope's own blocks.
+// the post behaviour, which the envelope's own blocks do not keep, and the interpolation), an
+// optional "name" block, then the envelope's own blocks. Files written before the interpolation
+// and the name were kept have a "type" block of two values and no "name" block.
 constexpr unsigned kCurveBlock = 100;
 constexpr unsigned kCurveTypeBlock = 101;
+constexpr unsigned kCurveNameBlock = 102;
+constexpr unsigned kMaxNameBytes = 200;
 
-int usage_error(const char *message, const char *arg) {
-    std::fprintf(stderr, "vexor env: %s '%s'\nRun 'vexor env --help' for usage.\n", message, arg);
-    return kUsageError;
+// A saved curve file starts with the block stream's header; anything else is read as text.
+bool is_saved_curve(const std::string &contents) {
+    return contents.size() >= 4 && std::memcmp(contents.data(), "VXBK", 4) == 0;
 }
 
-bool parse_number(const std::string &text, double &out) {
-    if (text.empty()) return false;
-    char *end = nullptr;
-    errno = 0;
-    out = std::strtod(text.c_str(), &end);
-    return errno == 0 && end != nullptr && *end == '\0' && std::isfinite(out);
-}
-
-// A name from the table, or a code given as a number.
-template <std::size_t N>
-bool parse_named(const char *text, const Named (&table)[N], unsigned &out) {
-    for (const Named &n : table) {
-        if (std::strcmp(text, n.name) == 0) {
-            out = n.code;
-            return true;
-        }
+// A name as u32 length and its bytes packed into u32 words, little-endian.
+bool write_name(BlkWriter *writer, const std::string &name) {
+    const auto length = static_cast<unsigned>(std::min<std::size_t>(name.size(), kMaxNameBytes));
+    std::vector<unsigned> words((length + 3) / 4, 0u);
+    for (unsigned i = 0; i < length; ++i) {
+        words[i / 4] |= static_cast<unsigned>(static_cast<unsigned char>(name[i])) << (8 * (i % 4));
     }
-    char *end = nullptr;
-    errno = 0;
-    const unsigned long code = std::strtoul(text, &end, 10);
-    if (errno != 0 || end == text || *end != '\0' || code > 0xFFFFFFFFul) return false;
-    out = static_cast<unsigned>(code);
+    return BlkWriteBlock(writer, kCurveNameBlock) != 0 && BlkWriteU4(writer, &length, 1) != 0 &&
+           (words.empty() ||
+            BlkWriteU4(writer, words.data(), static_cast<unsigned>(words.size()))) &&
+           BlkWriteEnd(writer) != 0;
+}
+
+bool read_name(BlkReader *reader, std::string &name) {
+    unsigned length = 0;
+    if (BlkReadU4(reader, &length, 1) != 1 || length > kMaxNameBytes) return false;
+    std::vector<unsigned> words((length + 3) / 4, 0u);
+    if (!words.empty() &&
+        BlkReadU4(reader, words.data(), static_cast<unsigned>(words.size())) != words.size()) {
+        return false;
+    }
+    name.clear();
+    for (unsigned i = 0; i < length; ++i) {
+        name += static_cast<char>((words[i / 4] >> (8 * (i % 4))) & 0xFFu);
+    }
     return true;
 }
 
-// TIME:VALUE or TIME:VALUE:SLOPE-TYPE.
-bool parse_key(const char *text, KeyArg &key) {
-    const std::string s(text);
-    const std::size_t first = s.find(':');
-    if (first == std::string::npos) return false;
-    const std::size_t second = s.find(':', first + 1);
-    const std::string value =
-        s.substr(first + 1, second == std::string::npos ? std::string::npos : second - first - 1);
-    if (!parse_number(s.substr(0, first), key.time) || !parse_number(value, key.value)) {
-        return false;
+// What is wrong with an envelope read from a file, or null: every key within the time line, in
+// order and at least 0.0001 s from the next, finite values, known settings.
+const char *damage_in(Envelope *env) {
+    if (!known_behavior(EnvPreBehavior(env)) || !known_behavior(EnvPostBehavior(env)) ||
+        !known_interpolation(EnvInterpolation(env))) {
+        return "an unknown behaviour or interpolation";
     }
-    key.has_type = second != std::string::npos;
-    return !key.has_type || parse_named(s.c_str() + second + 1, kSlopes, key.slope_type);
-}
-
-// A saved curve file starts with the block stream's header; anything else is read as text.
-bool is_saved_curve(const char *path) {
-    std::FILE *file = std::fopen(path, "rb");
-    if (file == nullptr) return false;
-    char magic[4] = {};
-    const bool saved = std::fread(magic, 1, 4, file) == 4 && std::memcmp(magic, "VXBK", 4) == 0;
-    std::fclose(file);
-    return saved;
-}
-
-// A text file of keys, one per line as "TIME VALUE [SLOPE]", with optional lines "pre B",
-// "post B", "interp I", "slope S", "weight W", "int" and "name TEXT"; '#' starts a comment.
-int read_key_text(const char *path, PlotArgs &args) {
-    std::FILE *file = std::fopen(path, "r");
-    if (file == nullptr) {
-        std::fprintf(stderr, "vexor env: cannot read %s\n", path);
-        return 1;
-    }
-    char line[512];
-    int number = 0;
-    int status = 0;
-    while (status == 0 && std::fgets(line, sizeof line, file) != nullptr) {
-        ++number;
-        if (char *hash = std::strchr(line, '#')) *hash = '\0';
-        char word[128] = {};
-        char rest[384] = {};
-        const int fields = std::sscanf(line, " %127s %383[^\n]", word, rest);
-        if (fields < 1) continue;
-        std::string value(rest);
-        while (!value.empty() && std::isspace(static_cast<unsigned char>(value.back()))) {
-            value.pop_back();
+    const EnvKeyList *list = EnvGetKeyList(env);
+    const EnvKey *prev = nullptr;
+    for (const EnvKey *k = list->head; k->succ != nullptr; prev = k, k = k->succ) {
+        if (!(std::fabs(k->time) <= kTimeLine)) return "a key time beyond the time line";
+        if (prev != nullptr && !(k->time - prev->time >= kMinSpan)) {
+            return "keys out of order or closer than 0.0001 s";
         }
-        const std::string key_text = std::string(word) + ":" + value;
-        double time = 0.0;
-        bool ok = true;
-        if (parse_number(word, time)) {
-            KeyArg key{};
-            std::string joined = key_text;
-            std::replace(joined.begin(), joined.end(), ' ', ':');
-            ok = parse_key(joined.c_str(), key);
-            if (ok) args.keys.push_back(key);
-        } else if (std::strcmp(word, "int") == 0) {
-            args.integer = true;
-        } else if (std::strcmp(word, "pre") == 0 || std::strcmp(word, "post") == 0) {
-            ok = parse_named(value.c_str(), kBehaviors, word[1] == 'r' ? args.pre : args.post);
-        } else if (std::strcmp(word, "interp") == 0) {
-            ok = parse_named(value.c_str(), kInterpolations, args.interpolation);
-        } else if (std::strcmp(word, "slope") == 0) {
-            ok = parse_named(value.c_str(), kSlopes, args.slope_type);
-        } else if (std::strcmp(word, "weight") == 0) {
-            ok = parse_number(value, args.weight) && args.weight >= 0.0;
-            args.has_weight = ok;
-        } else if (std::strcmp(word, "name") == 0) {
-            args.name = value;
-        } else {
-            ok = false;
-        }
-        if (!ok) {
-            std::fprintf(stderr, "vexor env: %s:%d: cannot read '%s'\n", path, number, word);
-            status = kUsageError;
+        for (int side : {0, 1}) {
+            const EnvKeySide &s = k->side[side];
+            if (!known_slope_type(s.flags & 0xFFu)) return "an unknown slope type";
+            if (!std::isfinite(s.slope) || !std::isfinite(s.weight) ||
+                (EnvType(env) == 0 && !std::isfinite(s.value.f))) {
+                return "a value, slope or weight that is not a number";
+            }
         }
     }
-    std::fclose(file);
-    return status;
+    return nullptr;
 }
 
-int parse_plot_args(int argc, char **argv, int first, PlotArgs &args) {
-    for (int i = first; i < argc; ++i) {
-        const char *opt = argv[i];
-        const bool has_value = i + 1 < argc;
-        const auto take = [&] { return argv[++i]; };
-        double number = 0.0;
-        if (std::strcmp(opt, "--int") == 0) {
-            args.integer = true;
-        } else if (!has_value) {
-            return usage_error("unknown option or missing value for", opt);
-        } else if (std::strcmp(opt, "--key") == 0) {
-            KeyArg key{};
-            const char *text = take();
-            if (!parse_key(text, key)) return usage_error("a key is TIME:VALUE[:SLOPE], not", text);
-            args.keys.push_back(key);
-        } else if (std::strcmp(opt, "--pre") == 0 || std::strcmp(opt, "--post") == 0) {
-            const char *text = take();
-            unsigned &end = opt[3] == 'r' ? args.pre : args.post;
-            if (!parse_named(text, kBehaviors, end)) return usage_error("unknown behaviour", text);
-        } else if (std::strcmp(opt, "--slope") == 0) {
-            const char *text = take();
-            if (!parse_named(text, kSlopes, args.slope_type)) {
-                return usage_error("unknown slope type", text);
-            }
-        } else if (std::strcmp(opt, "--interp") == 0) {
-            const char *text = take();
-            if (!parse_named(text, kInterpolations, args.interpolation)) {
-                return usage_error("unknown interpolation", text);
-            }
-        } else if (std::strcmp(opt, "--weight") == 0) {
-            const char *text = take();
-            if (!parse_number(text, args.weight) || args.weight < 0.0) {
-                return usage_error("a weight is a number of 0 or more, not", text);
-            }
-            args.has_weight = true;
-        } else if (std::strcmp(opt, "--from") == 0 || std::strcmp(opt, "--to") == 0) {
-            const char *text = take();
-            if (!parse_number(text, number)) return usage_error("not a time:", text);
-            (opt[2] == 'f' ? args.from : args.to) = number;
-            (opt[2] == 'f' ? args.has_from : args.has_to) = true;
-        } else if (std::strcmp(opt, "--fps") == 0) {
-            const char *text = take();
-            if (!parse_number(text, args.fps) || args.fps <= 0.0) {
-                return usage_error("frames per second must be above 0, not", text);
-            }
-        } else if (std::strcmp(opt, "--every") == 0) {
-            const char *text = take();
-            if (!parse_number(text, number) || number < 1.0 || number > 1e6 ||
-                number != std::floor(number)) {
-                return usage_error("--every takes a whole number of frames, not", text);
-            }
-            args.every = static_cast<int>(number);
-        } else if (std::strcmp(opt, "--svg") == 0) {
-            args.svg = take();
-        } else if (std::strcmp(opt, "--name") == 0) {
-            args.name = take();
-        } else if (std::strcmp(opt, "--file") == 0) {
-            const char *path = take();
-            if (is_saved_curve(path)) {
-                args.file = path;
-            } else if (const int status = read_key_text(path, args); status != 0) {
-                return status;
-            }
-        } else {
-            return usage_error("unknown option", opt);
-        }
-    }
-    if (args.keys.empty() && args.file.empty()) {
-        std::fputs("vexor env: give at least one --key TIME:VALUE\n", stderr);
-        return kUsageError;
-    }
-    if (!args.keys.empty() && !args.file.empty()) {
-        std::fputs("vexor env: give either --key options or --file, not both\n", stderr);
-        return kUsageError;
-    }
-    return 0;
-}
-
-// Reads a curve file; null (with a message) when it cannot be read.
-Envelope *load_curve(const std::string &path) {
-    BlkReader *reader = BlkReaderOpenFile(path.c_str());
+// Reads a curve file already read into memory; null (with a message) when it is damaged.
+Envelope *load_curve(const std::string &path, const std::string &contents, std::string &name) {
+    BlkReader *reader = BlkReaderOpenMemory(contents.data(), contents.size());
     if (reader == nullptr) {
-        std::fprintf(stderr, "vexor env: %s is not a curve file\n", path.c_str());
+        std::fputs("vexor env: out of memory\n", stderr);
         return nullptr;
     }
     const BlkBlockId curve_table[] = {{kCurveBlock, "curve"}, {0, nullptr}};
     const BlkBlockId type_table[] = {{kCurveTypeBlock, "type"}, {0, nullptr}};
+    const BlkBlockId name_table[] = {{kCurveNameBlock, "name"}, {0, nullptr}};
     Envelope *env = nullptr;
-    unsigned header[2] = {0, 0};  // type, post behaviour
+    unsigned header[3] = {0, ENV_BEHAVIOR_CONSTANT, ENV_INTERP_CURVE};  // type, post, interp
+    const char *damage = "it is not a curve file";
     if (BlkFindBlock(reader, curve_table) == kCurveBlock &&
-        BlkFindBlock(reader, type_table) == kCurveTypeBlock && BlkReadU4(reader, header, 2) == 2 &&
-        BlkReadEnd(reader) != 0 && header[0] <= 1) {
-        env = header[0] == 1 ? EnvCreateInt(nullptr) : EnvCreate(nullptr);
-        if (env != nullptr && (EnvLoad(env, reader) == 0 || BlkReaderFailed(reader) != 0)) {
-            EnvDestroyNoUndo(env);
-            env = nullptr;
+        BlkFindBlock(reader, type_table) == kCurveTypeBlock && BlkReadU4(reader, header, 3) >= 2 &&
+        BlkReadEnd(reader) != 0) {
+        damage = nullptr;
+        if (header[0] > 1 || !known_behavior(header[1]) || !known_interpolation(header[2])) {
+            damage = "an unknown envelope type, behaviour or interpolation";
         }
-        if (env != nullptr) EnvSetPostBehaviorDirect(env, header[1]);
+    }
+    if (damage == nullptr) {
+        // The name block, when there is one, comes before the envelope's blocks.
+        BlkReader *peek = BlkReaderOpenMemory(contents.data(), contents.size());
+        if (peek != nullptr && BlkFindBlock(peek, curve_table) == kCurveBlock &&
+            BlkFindBlock(peek, name_table) == kCurveNameBlock && !read_name(peek, name)) {
+            damage = "a damaged name";
+        }
+        BlkReaderClose(peek);
+    }
+    if (damage == nullptr) {
+        env = header[0] == 1 ? EnvCreateInt(nullptr) : EnvCreate(nullptr);
+        if (env == nullptr || EnvLoad(env, reader) == 0 || BlkReaderFailed(reader) != 0) {
+            damage = "damaged envelope blocks";
+        } else {
+            EnvSetPostBehaviorDirect(env, header[1]);
+            EnvSetInterpolationDirect(env, header[2]);
+            damage = damage_in(env);
+        }
     }
     BlkReaderClose(reader);
-    if (env == nullptr) std::fprintf(stderr, "vexor env: %s is damaged\n", path.c_str());
+    if (damage != nullptr) {
+        if (env != nullptr) EnvDestroyNoUndo(env);
+        std::fprintf(stderr, "vexor env: %s is damaged: %s\n", printable(path).c_str(), damage);
+        return nullptr;
+    }
     return env;
 }
 
-bool save_curve(Envelope *env, const std::string &path) {
+bool save_curve(Envelope *env, const std::string &name, const std::string &path) {
     BlkWriter *writer = BlkWriterOpenFile(path.c_str());
     if (writer == nullptr) return false;
-    const unsigned header[2] = {EnvType(env), EnvPostBehavior(env)};
+    const unsigned header[3] = {EnvType(env), EnvPostBehavior(env), EnvInterpolation(env)};
     const bool written = BlkWriteBlock(writer, kCurveBlock) != 0 &&
                          BlkWriteBlock(writer, kCurveTypeBlock) != 0 &&
-                         BlkWriteU4(writer, header, 2) != 0 && BlkWriteEnd(writer) != 0 &&
-                         EnvSave(env, writer) != 0 && BlkWriteEnd(writer) != 0;
+                         BlkWriteU4(writer, header, 3) != 0 && BlkWriteEnd(writer) != 0 &&
+                         (name.empty() || write_name(writer, name)) && EnvSave(env, writer) != 0 &&
+                         BlkWriteEnd(writer) != 0;
     return BlkWriterClose(writer) != 0 && written;
 }
 
@@ -312,7 +153,8 @@ Envelope *build(const PlotArgs &args) {
     if (env == nullptr) return nullptr;
     for (const KeyArg &k : args.keys) {
         if (args.integer) {
-            EnvAddKeyInt(env, k.time, static_cast<int>(std::trunc(k.value)));
+            const double v = std::trunc(k.value);
+            EnvAddKeyInt(env, k.time, static_cast<int>(std::clamp(v, -2147483648.0, 2147483647.0)));
             continue;
         }
         EnvKey *key = EnvAddKey(env, k.time, k.value);
@@ -330,94 +172,120 @@ Envelope *build(const PlotArgs &args) {
     return env;
 }
 
-const char *name_of(unsigned code, const Named *table, std::size_t count) {
-    for (std::size_t i = 0; i < count; ++i) {
-        if (table[i].code == code) return table[i].name;
+// Reads --file: a saved curve, or keys in text. Null (with a message) when it cannot be used.
+Envelope *read_file(PlotArgs &args, std::string &status_name, int &status) {
+    std::string contents;
+    status = kExitFailure;
+    if (!read_input_file("env", args.file.c_str(), kMaxDataFileBytes, contents)) return nullptr;
+    if (is_saved_curve(contents)) {
+        Envelope *env = load_curve(args.file, contents, status_name);
+        if (env != nullptr) status = kExitOk;
+        return env;
     }
-    return "other";
+    if (contents.size() > kMaxTextFileBytes) {
+        std::fprintf(stderr, "vexor env: cannot read %s: a key file of more than 1 MiB\n",
+                     printable(args.file).c_str());
+        return nullptr;
+    }
+    if ((status = parse_key_text(contents, args.file.c_str(), args)) != kExitOk) return nullptr;
+    if ((status = check_keys(args)) != kExitOk) return nullptr;
+    status_name = args.name;
+    Envelope *env = build(args);
+    status = env != nullptr ? kExitOk : kExitFailure;
+    return env;
 }
 
 int save(int argc, char **argv) {
     if (argc < 3 || argv[2][0] == '-') {
         std::fputs("vexor env save: say which file to write: 'vexor env save FILE --key ...'\n",
                    stderr);
-        return kUsageError;
+        return kExitUsage;
     }
     PlotArgs args;
-    if (const int status = parse_plot_args(argc, argv, 3, args); status != 0) return status;
-    if (!args.file.empty()) return usage_error("save takes --key options, not", "--file");
+    if (const int status = parse_plot_args(argc, argv, 3, args); status != kExitOk) return status;
+    if (!args.file.empty()) {
+        std::fputs("vexor env save: save takes --key options, not --file\n", stderr);
+        return kExitUsage;
+    }
+    if (const int status = check_keys(args); status != kExitOk) return status;
     Envelope *env = build(args);
     if (env == nullptr) {
         std::fputs("vexor env save: out of memory\n", stderr);
-        return 1;
+        return kExitFailure;
     }
-    const bool saved = save_curve(env, argv[2]);
+    const bool saved = save_curve(env, args.name, argv[2]);
     EnvDestroyNoUndo(env);
     if (!saved) {
-        std::fprintf(stderr, "vexor env save: could not write %s\n", argv[2]);
-        return 1;
+        std::fprintf(stderr, "vexor env save: could not write %s\n", printable(argv[2]).c_str());
+        return kExitFailure;
     }
-    std::printf("Curve of %zu keys written to %s\n", args.keys.size(), argv[2]);
-    return 0;
+    std::printf("Curve of %zu keys written to %s\n", args.keys.size(), printable(argv[2]).c_str());
+    return kExitOk;
 }
 
 int plot(int argc, char **argv) {
     PlotArgs args;
-    if (const int status = parse_plot_args(argc, argv, 2, args); status != 0) return status;
-    Envelope *env = args.file.empty() ? build(args) : load_curve(args.file);
-    if (env == nullptr) {
-        if (args.file.empty()) std::fputs("vexor env plot: out of memory\n", stderr);
-        return 1;
+    if (const int status = parse_plot_args(argc, argv, 2, args); status != kExitOk) return status;
+    std::string name = args.name;
+    Envelope *env = nullptr;
+    if (args.file.empty()) {
+        if (const int status = check_keys(args); status != kExitOk) return status;
+        env = build(args);
+        if (env == nullptr) {
+            std::fputs("vexor env plot: out of memory\n", stderr);
+            return kExitFailure;
+        }
+    } else {
+        int status = kExitOk;
+        env = read_file(args, name, status);
+        if (env == nullptr) return status;
+        if (!args.name.empty()) name = args.name;
     }
-    if (!args.file.empty()) {
-        args.integer = EnvType(env) == 1;
-        args.pre = EnvPreBehavior(env);
-        args.post = EnvPostBehavior(env);
-    }
+    args.integer = EnvType(env) == 1;
     double first = 0.0, last = 0.0;
     EnvBoundsTime(env, &first, &last);
-    const double span = last - first > 0.0 ? last - first : 1.0;
-    PlotSpan range{args.has_from ? args.from : first - span, args.has_to ? args.to : last + span};
-    if (range.to < range.from) std::swap(range.from, range.to);
-    if (range.to == range.from) range.to = range.from + 1.0;
-
-    std::string label = args.name;
-    if (label.empty()) {
-        label = std::string(args.integer ? "integer, " : "") +
-                name_of(args.pre, kBehaviors, std::size(kBehaviors)) + " / " +
-                name_of(args.post, kBehaviors, std::size(kBehaviors));
+    // By default the keys and one span of them either side, within the time line.
+    const double span = last - first >= kMinSpan ? last - first : 1.0;
+    const double from = args.has_from ? args.from : std::max(first - span, -kTimeLine);
+    const double to = args.has_to ? args.to : std::min(last + span, kTimeLine);
+    std::int64_t every = args.every;
+    if (every == 0) every = every_for_rows(from, to, args.fps, 40);
+    FrameRange frames;
+    if (!check_span("env plot", from, to) ||
+        !check_frames("env plot", from, to, args.fps, every, frames)) {
+        EnvDestroyNoUndo(env);
+        return kExitUsage;
     }
-    const std::vector<PlottedCurve> curves{{label, env}};
-
+    if (name.empty()) {
+        name = std::string(args.integer ? "integer, " : "") + behavior_name(EnvPreBehavior(env)) +
+               " / " + behavior_name(EnvPostBehavior(env)) + ", " +
+               interpolation_name(EnvInterpolation(env));
+    }
+    const PlotSpan range{from, to};
+    const std::vector<PlottedCurve> curves{{name, env}};
     double lo = 0.0, hi = 0.0;
     if (args.integer) {
         int ilo = 0, ihi = 0;
-        EnvBoundsValueInt(env, range.from, range.to, &ilo, &ihi);
+        EnvBoundsValueInt(env, from, to, &ilo, &ihi);
         lo = ilo;
         hi = ihi;
     } else {
-        EnvBoundsValue(env, range.from, range.to, &lo, &hi);
+        EnvBoundsValue(env, from, to, &lo, &hi);
     }
     int key_count = 0;
     for (EnvKey *k = EnvFirstKey(env); k != nullptr; k = EnvNextKey(env, EnvKeyTime(k))) {
         ++key_count;
     }
-    std::printf("%d keys; %g s to %g s; values from %g to %g\n", key_count, range.from, range.to,
-                lo, hi);
-    int every = args.every;
-    if (every == 0) {  // about forty rows
-        every = static_cast<int>(std::ceil((range.to - range.from) * args.fps / 40.0));
-        if (every < 1) every = 1;
-    }
-    print_value_table(stdout, curves, range, args.fps, every);
+    std::printf("%d keys; %g s to %g s; values from %g to %g\n", key_count, from, to, lo, hi);
+    print_value_table(stdout, curves, args.fps, frames);
     const bool written = write_curve_plot(args.svg.c_str(), curves, range, "vexor env plot");
     EnvDestroyNoUndo(env);
     if (!written) {
-        std::perror(("vexor env plot: writing " + args.svg).c_str());
-        return 1;
+        std::perror(("vexor env plot: writing " + printable(args.svg)).c_str());
+        return kExitFailure;
     }
-    std::printf("Plot written to %s\n", args.svg.c_str());
-    return 0;
+    std::printf("Plot written to %s\n", printable(args.svg).c_str());
+    return kExitOk;
 }
 
 }  // namespace
@@ -428,9 +296,11 @@ int vexor_env(int argc, char **argv) {
             "vexor env: say what to do: 'vexor env plot ...' or 'vexor env save FILE ...'\n"
             "Run 'vexor env --help' for usage.\n",
             stderr);
-        return kUsageError;
+        return kExitUsage;
     }
     if (std::strcmp(argv[1], "plot") == 0) return plot(argc, argv);
     if (std::strcmp(argv[1], "save") == 0) return save(argc, argv);
-    return usage_error("unknown env command", argv[1]);
+    std::fprintf(stderr, "vexor env: unknown env command '%s'\nRun 'vexor env --help' for usage.\n",
+                 printable(argv[1]).c_str());
+    return kExitUsage;
 }

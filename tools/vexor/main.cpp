@@ -5,11 +5,12 @@
 
 #include <vexor/version.h>
 
+#include "bounds.h"
 #include "commands.h"
 
 namespace {
 
-constexpr int kUsageError = 2;
+constexpr int kUsageError = kExitUsage;
 
 bool is_help_flag(const char *arg) {
     return std::strcmp(arg, "--help") == 0 || std::strcmp(arg, "-h") == 0;
@@ -99,6 +100,8 @@ int dispatch(int argc, char **argv) {
         std::fputs(command->help, stdout);
         return 0;
     }
+    // The library's log lines reach the user in the program's words, never raw.
+    const LibraryMessages messages(command->name);
     return command->run(argc - 1, argv + 1);
 }
 

@@ -19,17 +19,26 @@
 #include <vexor/scene_io.h>
 #include <vexor/undo.h>
 
+#include "bounds.h"
 #include "curve_plot.h"
 #include "demo_clips.h"
 #include "demo_types.h"
+#include "options.h"
+#include "xfrm_demo.h"
 
 namespace {
 
-constexpr int kUsageError = 2;
+constexpr int kUsageError = kExitUsage;
 constexpr std::size_t kMostCurves = 12;
 
+// Names read from a file, safe to print.
+std::string shown_text(const char *text) {
+    return printable(text != nullptr ? text : "", 60);
+}
+
 int usage_error(const char *what, const char *arg) {
-    std::fprintf(stderr, "vexor scene: %s '%s'\nRun 'vexor scene --help' for usage.\n", what, arg);
+    std::fprintf(stderr, "vexor scene: %s '%s'\nRun 'vexor scene --help' for usage.\n", what,
+                 printable(arg).c_str());
     return kUsageError;
 }
 
@@ -52,9 +61,11 @@ class Session {
     Session &operator=(const Session &) = delete;
 
     Cinema *load(const char *path) {
+        if (!check_input_file("scene", path, kMaxDataFileBytes)) return nullptr;
         scene_ = CinemaLoadCustom(path, 0);
         if (scene_ == nullptr) {
-            std::fprintf(stderr, "vexor scene: cannot load %s: %s\n", path, VxLastFailure().text);
+            std::fprintf(stderr, "vexor scene: cannot load %s: %s\n", printable(path).c_str(),
+                         printable(VxLastFailure().text, 200).c_str());
         }
         return scene_;
     }
@@ -83,16 +94,18 @@ int show(int argc, char **argv) {
     Cinema *scene = session.load(argv[2]);
     if (scene == nullptr) return 1;
     const unsigned items = CinemaItemCount(scene);
-    std::printf("%s: %u items\n", argv[2], items);
+    std::printf("%s: %u items\n", printable(argv[2]).c_str(), items);
     for (unsigned i = 0; i < items; ++i) {
         CineItem *item = CinemaItemByIndex(scene, i);
         CineItem *parent = CineItemParent(item);
-        std::printf("  %-16s %-12s %3u channels%s%s%s\n", CineItemUniqueName(item),
-                    CineTypeName(CineItemType(item)), CineChannelCount(item),
+        std::printf("  %-16s %-12s %3u channels%s%s%s\n",
+                    shown_text(CineItemUniqueName(item)).c_str(),
+                    shown_text(CineTypeName(CineItemType(item))).c_str(), CineChannelCount(item),
                     parent != nullptr ? ", child of " : "",
-                    parent != nullptr ? CineItemUniqueName(parent) : "",
+                    parent != nullptr ? shown_text(CineItemUniqueName(parent)).c_str() : "",
                     CineItemHidden(item) != 0 ? ", hidden" : "");
     }
+    print_xfrm_chains(scene);
     print_groups_and_clips(stdout, scene);
     std::printf("Actions, in evaluation order first:\n");
     std::vector<CineAction *> actions;
@@ -107,8 +120,8 @@ int show(int argc, char **argv) {
     for (CineAction *action : actions) {
         double first = 0.0, last = 0.0;
         const bool keyed = CineActionExtents(action, &first, &last) != 0;
-        std::printf("  \"%s\" (type %u%s)", CineActionName(action), CineActionType(action),
-                    CineActionIsEnabled(action) != 0 ? "" : ", disabled");
+        std::printf("  \"%s\" (type %u%s)", shown_text(CineActionName(action)).c_str(),
+                    CineActionType(action), CineActionIsEnabled(action) != 0 ? "" : ", disabled");
         if (keyed) std::printf(", keys from %g s to %g s", first, last);
         std::printf("\n");
         for (unsigned i = 0; i < items; ++i) {
@@ -116,8 +129,8 @@ int show(int argc, char **argv) {
             for (unsigned c = 0; c < CineChannelCount(item); ++c) {
                 const char *state = state_name(CineActionState(action, item, c));
                 if (state == nullptr) continue;
-                std::printf("    %s %s: %s", CineItemUniqueName(item), CineChannelName(item, c),
-                            state);
+                std::printf("    %s %s: %s", shown_text(CineItemUniqueName(item)).c_str(),
+                            shown_text(CineChannelName(item, c)).c_str(), state);
                 if (std::strcmp(state, "constant") == 0) {
                     std::printf(" %g", CineActionValueFloat(action, item, c));
                 }
@@ -128,62 +141,12 @@ int show(int argc, char **argv) {
     return 0;
 }
 
-struct PlotOptions {
-    const char *path = nullptr;
-    const char *action = "edit";
-    PlotSpan span{0.0, 2.0};
-    double fps = 24.0;
-    int every = 6;
-    const char *svg = "vexor-scene-plot.svg";
-};
-
-bool read_number(const char *text, double &out) {
-    char *end = nullptr;
-    out = std::strtod(text, &end);
-    return end != text && *end == '\0' && std::isfinite(out);
-}
-
-int parse_plot(int argc, char **argv, PlotOptions &o) {
-    for (int i = 2; i < argc; ++i) {
-        const char *arg = argv[i];
-        const bool has_value = i + 1 < argc;
-        double number = 0.0;
-        if (arg[0] != '-') {
-            if (o.path != nullptr) return usage_error("plot takes one scene file, not", arg);
-            o.path = arg;
-        } else if (!has_value) {
-            return usage_error("missing value after", arg);
-        } else if (std::strcmp(arg, "--action") == 0) {
-            o.action = argv[++i];
-        } else if (std::strcmp(arg, "--svg") == 0) {
-            o.svg = argv[++i];
-        } else if (!read_number(argv[i + 1], number)) {
-            return usage_error("not a number:", argv[i + 1]);
-        } else if (std::strcmp(arg, "--from") == 0) {
-            o.span.from = number;
-            ++i;
-        } else if (std::strcmp(arg, "--to") == 0) {
-            o.span.to = number;
-            ++i;
-        } else if (std::strcmp(arg, "--fps") == 0 && number > 0.0) {
-            o.fps = number;
-            ++i;
-        } else if (std::strcmp(arg, "--every") == 0 && number >= 1.0) {
-            o.every = static_cast<int>(number);
-            ++i;
-        } else {
-            return usage_error("unknown option or bad value:", arg);
-        }
-    }
-    if (o.path == nullptr) return usage_error("plot needs a scene file", "");
-    if (!(o.span.to > o.span.from))
-        return usage_error("the span is empty: --to must pass", "--from");
-    return 0;
-}
-
 int plot(int argc, char **argv) {
-    PlotOptions o;
-    if (const int bad = parse_plot(argc, argv, o)) return bad;
+    ScenePlotArgs o;
+    if (const int bad = parse_scene_plot_args(argc, argv, o)) return bad;
+    const PlotSpan span{o.from, o.to};
+    FrameRange frames;
+    if (!check_frames("scene", o.from, o.to, o.fps, o.every, frames)) return kExitUsage;
     Session session;
     Cinema *scene = session.load(o.path);
     if (scene == nullptr) return 1;
@@ -202,23 +165,24 @@ int plot(int argc, char **argv) {
                 CineEvalSetTime(eval, t);
                 return CineEvalChannel(eval, item, c);
             };
-            const double at_start = sample(o.span.from);
+            const double at_start = sample(o.from);
             bool changes = false;
             for (int k = 1; k <= 48 && !changes; ++k) {
-                changes = sample(o.span.from + (o.span.to - o.span.from) * k / 48.0) != at_start;
+                changes = sample(o.from + (o.to - o.from) * k / 48.0) != at_start;
             }
             if (!changes) continue;
             curves.push_back(
-                {std::string(CineItemUniqueName(item)) + " " + CineChannelName(item, c),
+                {shown_text(CineItemUniqueName(item)) + " " + shown_text(CineChannelName(item, c)),
                  CineEvalRawChannelEnv(eval, item, c), sample});
         }
     }
-    std::printf("%s through \"%s\": %zu channels change from %g s to %g s\n", o.path, o.action,
-                curves.size(), o.span.from, o.span.to);
+    std::printf("%s through \"%s\": %zu channels change from %g s to %g s\n",
+                printable(o.path).c_str(), printable(o.action).c_str(), curves.size(), o.from,
+                o.to);
     int code = 0;
     if (!curves.empty()) {
-        print_value_table(stdout, curves, o.span, o.fps, o.every);
-        if (write_curve_plot(o.svg, curves, o.span, std::string("vexor scene plot: ") + o.path)) {
+        print_value_table(stdout, curves, o.fps, frames);
+        if (write_curve_plot(o.svg, curves, span, std::string("vexor scene plot: ") + o.path)) {
             std::printf("Plot written to %s\n", o.svg);
         } else {
             std::perror(("vexor scene: writing " + std::string(o.svg)).c_str());

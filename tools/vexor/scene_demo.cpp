@@ -31,6 +31,7 @@
 #include "curve_plot.h"
 #include "demo_clips.h"
 #include "demo_types.h"
+#include "xfrm_demo.h"
 
 namespace {
 
@@ -85,6 +86,7 @@ struct Scene {
     CineItem *bounce = nullptr;
     CineItem *slide = nullptr;
     CineItem *blend = nullptr;
+    XfrmDemo xfrm;
     DemoClips clips;
 };
 
@@ -121,7 +123,7 @@ bool build(Scene &s) {
          CineActionSetConstant(scene, s.blend, channel(s.blend, "inputB"), 0.5) != 0 &&
          CineActionSetConstant(scene, s.blend, channel(s.blend, "weightA"), 0.8) != 0 &&
          CineActionSetConstant(scene, s.blend, channel(s.blend, "timeWeight"), -0.25) != 0;
-    return ok && build_demo_clips(s.cinema, s.clips);
+    return ok && build_demo_clips(s.cinema, s.clips) && build_xfrm_demo(s.cinema, s.xfrm);
 }
 
 // One key set on the bounce through the action, undone and redone through the undo system.
@@ -231,11 +233,14 @@ int run(Scene &s, const char *svg_path) {
         channel_curve(eval, s.blend, "inputA"), channel_curve(eval, s.blend, "output"),
     };
     show_clips(s, eval, curves);
+    for (PlottedCurve &curve : xfrm_demo_curves(eval, s.xfrm)) curves.push_back(std::move(curve));
     const PlotSpan span{0.0, 2.0};
-    std::printf("Channels every sixth frame (%g frames per second):\n", kFps);
+    print_xfrm_chains(s.cinema);
+    std::printf("\nChannels every sixth frame (%g frames per second):\n", kFps);
     print_value_table(stdout, curves, span, kFps, 6);
     const bool written =
-        write_curve_plot(svg_path, curves, span, "vexor demo: channels of a scene over time");
+        write_curve_plot(svg_path, curves, span, "vexor demo: channels of a scene over time",
+                         {xfrm_demo_paths(eval, s.xfrm, span, kFps)});
     CineEvalDestroy(eval);
     if (!written) {
         std::perror(("vexor demo: writing " + std::string(svg_path)).c_str());

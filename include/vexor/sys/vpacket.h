@@ -39,14 +39,14 @@ typedef struct VPacketOps {
     void (*Invert)(void *packet);
 } VPacketOps;
 
-/* The operations of a texture effect registered with TextureEffectDefine: the object methods,
- * then the effect's own. `data` is what was given at registration. Both may be null. */
+/* The operations of a texture effect registered with TextureEffectDefine: the object methods
+ * (unused by the library; may be null), then the effect's own. `data` is what was given at
+ * registration. */
 typedef struct TextureEffectOps {
     XObjectMethods object;
-    /* Called once per effect object made by TextureEffectAllocate; may refuse with non-zero. */
+    /* Called for each effect object made by TextureEffectAllocate; non-zero refuses it. May
+     * be null. */
     int (*Init)(void *data);
-    /* Applies the effect's value to a vector of the effect's category. */
-    void (*Apply)(void *data, void *vector, const float *value);
 } TextureEffectOps;
 
 /* ---- Layouts of the built-in packets (category "sample") ---------------------------------- */
