@@ -30,7 +30,7 @@ struct Gather {
     float half_scale;
     float cosine, factor;
     double margin_low, margin_high, quarter_scale;
-    double top_edge;
+    double next_edge;  // the edge of the first depth not yet worked out
     // Cell edges and margins by depth, the first `depths` of them worked out.
     int depths;
     float edge_at[kMaxDepth + 1], margin_at[kMaxDepth + 1];
@@ -106,7 +106,8 @@ void scan(const Block &b, Gather &g) noexcept {
 // the margin is max(min distance x s, min(max distance x s, edge x 0.25 x scale)).
 void reach_depth(Gather &g, int depth) noexcept {
     for (; g.depths <= depth; ++g.depths) {
-        const double e = std::ldexp(g.top_edge, -g.depths);
+        const double e = g.next_edge;
+        g.next_edge *= 0.5;  // exact: edges are powers of two
         g.edge_at[g.depths] = static_cast<float>(e);
         g.margin_at[g.depths] = static_cast<float>(
             std::max(g.margin_low, std::min(g.margin_high, e * g.quarter_scale)));
@@ -121,6 +122,18 @@ void descend(const Node &top, const double top_corner[3], Gather &g) noexcept {
         float corner[3];
         int depth;
     };
+    // Whether a value below a node can reach the point: a node that fails holds nothing to
+    // search, here or below, and is never put on the stack. (Its values' acceptance radii are at
+    // most that of its largest radius.)
+    const auto reaches = [&g](const Node &node) {
+        const Bound &bound = node.bounds[g.list];
+        const float reach = std::min(std::max(bound.max_radius * g.half_scale, g.low), g.high);
+        const bool out = (g.q[0] < bound.low[0] - reach) | (g.q[0] > bound.high[0] + reach) |
+                         (g.q[1] < bound.low[1] - reach) | (g.q[1] > bound.high[1] + reach) |
+                         (g.q[2] < bound.low[2] - reach) | (g.q[2] > bound.high[2] + reach);
+        return bound.max_radius != 0.0f && !out;
+    };
+    if (!reaches(top)) return;
     Cell stack[8 * (kMaxDepth + 1)];
     int size = 0;
     stack[size++] = {&top,
@@ -138,16 +151,6 @@ void descend(const Node &top, const double top_corner[3], Gather &g) noexcept {
     static constexpr unsigned kLower[3] = {0x55, 0x33, 0x0F}, kUpper[3] = {0xAA, 0xCC, 0xF0};
     while (size > 0) {
         const Cell cell = stack[--size];
-        // No value below this node can reach the point: nothing to search here or below. (Its
-        // values' acceptance radii are at most that of its largest radius.)
-        const Bound &bound = cell.node->bounds[g.list];
-        if (bound.max_radius == 0.0f) continue;
-        const float reach = std::min(std::max(bound.max_radius * g.half_scale, g.low), g.high);
-        if (g.q[0] < bound.low[0] - reach || g.q[0] > bound.high[0] + reach ||
-            g.q[1] < bound.low[1] - reach || g.q[1] > bound.high[1] + reach ||
-            g.q[2] < bound.low[2] - reach || g.q[2] > bound.high[2] + reach) {
-            continue;
-        }
         for (const Block *b = cell.node->lists[g.list].first; b != nullptr; b = b->next) {
             __builtin_prefetch(b->next);
             scan(*b, g);
@@ -170,8 +173,7 @@ void descend(const Node &top, const double top_corner[3], Gather &g) noexcept {
         for (; wanted != 0; wanted &= wanted - 1) {
             const int i = __builtin_ctz(wanted);
             const Node *child = cell.node->children[i];
-            if (child == nullptr) continue;
-            __builtin_prefetch(child);
+            if (child == nullptr || !reaches(*child)) continue;
             stack[size++] = {child,
                              {(i & 1) != 0 ? upper[0] : cell.corner[0] + 0.0f,
                               (i & 2) != 0 ? upper[1] : cell.corner[1] + 0.0f,
@@ -201,7 +203,7 @@ unsigned gather(const IrrCache &cache, IrrCacheQuery &query) noexcept {
     g.margin_low = static_cast<double>(g.low);
     g.margin_high = static_cast<double>(g.high);
     g.quarter_scale = 0.25 * static_cast<double>(p.scale);
-    g.top_edge = cache.edge;
+    g.next_edge = cache.edge;
     g.depths = 0;
     reach_depth(g, 0);
     g.out = &query;
