@@ -237,6 +237,27 @@ void report_cycle(const std::vector<CineModNode *> &cycle) {
     }
 }
 
+// What a run of the node needs besides its links: the type of each output and whether the node
+// is its only writer, and the scratch lists the run fills.
+void prepare_runs(CineModNode &node, const Modifiers &mods) {
+    node.slots.clear();
+    node.output_objects.clear();
+    node.slots.reserve(node.outputs.size());
+    node.output_objects.reserve(node.outputs.size());
+    for (const ChannelKey &out : node.outputs) {
+        const cine::ChannelDesc &desc = *cine::item_channel(*out.item, out.channel);
+        const value::Kind kind = value::kind_of(*desc.value_type);
+        auto writers = mods.writers.find(out);
+        node.slots.push_back(OutputSlot{
+            desc.value_type, kind != value::Kind::floating && kind != value::Kind::integer,
+            writers != mods.writers.end() && writers->second.size() == 1});
+        node.output_objects.emplace_back(*desc.value_type);
+    }
+    node.input_records.assign(node.inputs.size(), nullptr);
+    node.output_values.assign(node.outputs.size(), CineModEval::Output{});
+    node.output_animated.assign(node.outputs.size(), false);
+}
+
 // Declares every node's links, finds the cycles and puts the rest in an order where a node
 // comes after the nodes that write its inputs.
 void link(Modifiers &mods) {
@@ -284,6 +305,7 @@ void link(Modifiers &mods) {
                   [](const CineModNode *a, const CineModNode *b) { return a->order < b->order; });
     }
     std::erase_if(mods.writers, [](const auto &entry) { return entry.second.empty(); });
+    for (CineModNode *node : mods.order) prepare_runs(*node, mods);
 }
 
 }  // namespace

@@ -29,7 +29,8 @@ struct Rule {
     std::function<double(const std::vector<double> &, double time)> fn;
     bool time = false;
     bool refuse = false;  // the factory fails to make the node
-    bool matrix = false;  // the output is a matrix: a translation by fn's result along x
+    bool matrix = false;  // the output is a matrix: a translation by fn's result along x, or
+                          // nothing written when the result is NaN
 };
 
 struct TestModifier {
