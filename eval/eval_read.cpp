@@ -48,6 +48,23 @@ bool node_runs(const CineModNode &node) noexcept {
     return !node.has_control || (node.control & 1) != 0;
 }
 
+using Writers = std::vector<CineModNode *>;
+
+const ValueRecord &compute(Cache &cache, const ChannelKey &key, const cine::ChannelDesc &desc,
+                           ValueRecord *found, const Writers *const *writers_known);
+
+// A node's input whose record (`found`, possibly null) the caller has looked for, and whose
+// description and writers validation has found.
+const ValueRecord &read_found(Cache &cache, const ChannelKey &key, ValueRecord *found,
+                              const cine::ChannelDesc *desc, const Writers *writers) {
+    if (found != nullptr && (cache.current(*found) || cache.refresh(*found))) return *found;
+    if (key.item == nullptr) {
+        cache.retime(cache.time());
+        return cache.time_record();
+    }
+    return compute(cache, key, *desc, found, &writers);
+}
+
 // The value of the channel being computed, as it passes through the nodes that write it. An
 // object channel's action value is looked up only when no node replaces it (`pending`): an
 // object channel cannot be animated by an action, and a node cannot read an object output.
@@ -64,11 +81,18 @@ struct Passing {
 void run_node(Cache &cache, CineModNode &node, const ChannelKey &key, Passing &passing) {
     std::lock_guard lock(node.lock);
     Computed &value = passing.value;
+    const bool known = node.records_of == cache.serial();
+    node.records_of = 0;  // until every input has its record again
     for (std::size_t i = 0; i < node.inputs.size(); ++i) {
-        const ValueRecord &rec = read_in_cache(cache, node.inputs[i]);
+        const ChannelKey &in = node.inputs[i];
+        const InputSlot &slot = node.input_slots[i];
+        ValueRecord *found = known ? const_cast<ValueRecord *>(node.input_records[i])
+                                   : cache.find(in);
+        const ValueRecord &rec = read_found(cache, in, found, slot.desc, slot.writers);
         if ((rec.flags.load(std::memory_order_relaxed) & kAnimated) != 0) value.animated = true;
         node.input_records[i] = &rec;
     }
+    node.records_of = cache.serial();
     for (std::size_t i = 0; i < node.outputs.size(); ++i) {
         const ChannelKey &out = node.outputs[i];
         const OutputSlot &slot = node.slots[i];
@@ -141,12 +165,14 @@ const ValueRecord &remember_bake(CineEval &eval, const ChannelKey &key, const Va
     return rec;
 }
 
-// Computes a node's value and stores it in its record (`found`, or a new one).
+// Computes a node's value and stores it in its record (`found`, or a new one). `writers` are
+// the nodes that write it, as validation found them; without them they are looked up.
 const ValueRecord &compute(Cache &cache, const ChannelKey &key, const cine::ChannelDesc &desc,
-                           ValueRecord *found) {
+                           ValueRecord *found, const Writers *const *writers_known = nullptr) {
     // Every computation sees a validated set of nodes, whichever thread validates first.
     ensure_validated(cache.data());
-    const std::vector<CineModNode *> *writers = writers_of(cache.data(), key);
+    const Writers *writers =
+        writers_known != nullptr ? *writers_known : writers_of(cache.data(), key);
     if (writers == nullptr) {
         ValueRecord &rec = found != nullptr ? *found : cache.record(key);
         cache.store(rec, action_value(cache, key, desc), *desc.value_type);

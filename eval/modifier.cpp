@@ -253,7 +253,16 @@ void prepare_runs(CineModNode &node, const Modifiers &mods) {
             writers != mods.writers.end() && writers->second.size() == 1});
         node.output_objects.emplace_back(*desc.value_type);
     }
+    node.input_slots.clear();
+    node.input_slots.reserve(node.inputs.size());
+    for (const ChannelKey &in : node.inputs) {
+        auto writers = mods.writers.find(in);
+        node.input_slots.push_back(
+            InputSlot{in.item != nullptr ? cine::item_channel(*in.item, in.channel) : nullptr,
+                      writers != mods.writers.end() ? &writers->second : nullptr});
+    }
     node.input_records.assign(node.inputs.size(), nullptr);
+    node.records_of = 0;
     node.output_values.assign(node.outputs.size(), CineModEval::Output{});
     node.output_animated.assign(node.outputs.size(), false);
 }
@@ -394,7 +403,11 @@ void drop_item_nodes(EvalData &data, const CineItem &item) noexcept {
             return true;
         });
     }
-    // The scene has changed under the nodes: validate again before the next evaluation.
+    // The scene has changed under the nodes: validate again before the next evaluation, which
+    // finds the surviving nodes' inputs again.
+    for (auto &record : mods.records) {
+        for (auto &[key, node] : record->instances) node->records_of = 0;
+    }
     mods.validated = false;
 }
 

@@ -41,9 +41,21 @@ struct CineModEval {
     double time = 0.0;
 };
 
+struct CineModNode;
+
+namespace vx::cine {
+struct ChannelDesc;
+}  // namespace vx::cine
+
 namespace vx::eval {
 
-// What validation works out once for each output of a node, so that a run looks nothing up.
+// What validation works out once for each input and output of a node, so that a run looks
+// nothing up.
+struct InputSlot {
+    const cine::ChannelDesc *desc = nullptr;                // null for the time node
+    const std::vector<::CineModNode *> *writers = nullptr;  // null when no node writes it
+};
+
 struct OutputSlot {
     const ValueType *type = nullptr;
     bool object = false;  // the channel holds an object (a matrix, text)
@@ -71,8 +83,12 @@ struct CineModNode {
     // Made by validation for every node that runs, one entry per input or output. A run fills
     // the scratch lists in place, so it allocates nothing; they belong to the thread that holds
     // `lock`.
+    std::vector<vx::eval::InputSlot> input_slots;
     std::vector<vx::eval::OutputSlot> slots;
+    // The input records of the last run and the cache (its serial) they are in: records never
+    // move, so the next run in that cache starts from them instead of finding them again.
     std::vector<const vx::eval::ValueRecord *> input_records;
+    std::uint64_t records_of = 0;
     std::vector<CineModEval::Output> output_values;
     std::vector<vx::value::Value> output_objects;
     std::vector<bool> output_animated;
