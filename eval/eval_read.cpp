@@ -86,8 +86,8 @@ void run_node(Cache &cache, CineModNode &node, const ChannelKey &key, Passing &p
     for (std::size_t i = 0; i < node.inputs.size(); ++i) {
         const ChannelKey &in = node.inputs[i];
         const InputSlot &slot = node.input_slots[i];
-        ValueRecord *found = known ? const_cast<ValueRecord *>(node.input_records[i])
-                                   : cache.find(in);
+        ValueRecord *found =
+            known ? const_cast<ValueRecord *>(node.input_records[i]) : cache.find(in);
         const ValueRecord &rec = read_found(cache, in, found, slot.desc, slot.writers);
         if ((rec.flags.load(std::memory_order_relaxed) & kAnimated) != 0) value.animated = true;
         node.input_records[i] = &rec;

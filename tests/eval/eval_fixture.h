@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
 #include <string>
 #include <vector>
@@ -36,7 +37,7 @@ struct Rule {
 struct TestModifier {
     std::string type = "probe";
     std::vector<Rule> rules;
-    int runs = 0;  // node evaluations
+    std::atomic<int> runs{0};  // node evaluations, on any thread
 };
 
 class EvalTest : public ::testing::Test {
