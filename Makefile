@@ -79,7 +79,7 @@ bench:
 
 # The seed corpora stay as committed; what the fuzzers find goes to working corpora. Each
 # target fuzzes for SECONDS (default 60).
-FUZZ_TARGETS = env_load scene_load cli_options
+FUZZ_TARGETS = env_load scene_load cli_options irr_cache_load
 fuzz:
 	cmake --preset fuzz
 	cmake --build --preset fuzz

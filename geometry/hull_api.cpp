@@ -45,7 +45,8 @@ VX_API int ConvexHullAppendPos(ConvexHull *hull, const double position[3], uint6
 
 VX_API int ConvexHullAppendPosF(ConvexHull *hull, const float position[3], uint64_t client) {
     if (hull == nullptr || position == nullptr) return -1;
-    const double p[3] = {position[0], position[1], position[2]};
+    const double p[3] = {static_cast<double>(position[0]), static_cast<double>(position[1]),
+                         static_cast<double>(position[2])};
     return ConvexHullAppendPos(hull, p, client);
 }
 
@@ -149,7 +150,9 @@ VX_API ConvexHull *ConvexHullFromVertices(const AxisTest *test, const Mesh *mesh
         for (unsigned i = 0; i < count; ++i) {
             const float *stored = MeshVertexPosV(mesh, vertices[i]);
             if (stored == nullptr) continue;
-            const double position[3] = {stored[0], stored[1], stored[2]};
+            const double position[3] = {static_cast<double>(stored[0]),
+                                        static_cast<double>(stored[1]),
+                                        static_cast<double>(stored[2])};
             double mapped[3];
             vx::axis_test_multiply(mapped, usable, position);
             const double flat[3] = {mapped[usable.u], mapped[usable.v], 0.0};
@@ -173,7 +176,8 @@ VX_API int ConvexHullUVPolygonAxis(const VMap *vmap, const MeshPolygon *polygon,
             const float *uv =
                 VMapEval(vmap, MeshPolVrtByIndex(polygon, static_cast<int>(i)), polygon);
             if (uv == nullptr || !std::isfinite(uv[0]) || !std::isfinite(uv[1])) continue;
-            const double position[3] = {uv[0], uv[1], 0.0};
+            const double position[3] = {static_cast<double>(uv[0]), static_cast<double>(uv[1]),
+                                        0.0};
             hull.append(position, position[0], position[1], false, 0);
         }
         vx::HullRectangle r{};
@@ -222,7 +226,9 @@ VX_API int ConvexHullPolygonAxis(const Mesh *mesh, const MeshPolygon *polygon, d
             const float *stored =
                 MeshVertexPosV(mesh != nullptr ? mesh : MeshVertexMesh(vertex), vertex);
             if (stored == nullptr) continue;
-            const double position[3] = {stored[0], stored[1], stored[2]};
+            const double position[3] = {static_cast<double>(stored[0]),
+                                        static_cast<double>(stored[1]),
+                                        static_cast<double>(stored[2])};
             hull.append(position, 0.0, 0.0, true, 0);
         }
         vx::HullRectangle3D r;

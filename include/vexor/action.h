@@ -135,9 +135,14 @@ VX_API CineAction *CineActionPrev(CineAction *action);
 /* The first action of that name, compared without regard to case; null for a null name. */
 VX_API CineAction *CineActionLookup(Cinema *scene, const char *name);
 
+/* The action's name; owned by the action. */
 VX_API const char *CineActionName(CineAction *action);
+/* The scene the action belongs to. */
 VX_API Cinema *CineActionContext(CineAction *action);
+/* The action's type: CINE_ACTION_SETUP (0), CINE_ACTION_SCENE (1), CINE_ACTION_EDIT (9) or the
+ * caller's own. */
 VX_API unsigned int CineActionType(CineAction *action);
+/* 1 when the action is enabled, else 0. */
 VX_API int CineActionIsEnabled(CineAction *action);
 /* The action's own port: CINE_EVENT_ACTION_CHANGED with a CineActionChange. */
 VX_API Port *CineActionPort(CineAction *action);

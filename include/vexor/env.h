@@ -125,8 +125,11 @@ VX_API int EnvCopy(Envelope *dst, const Envelope *src);
 /* Undoable: removes every key as one edit, then notifies ENV_NOTE_ENVELOPE. 1 or 0. */
 VX_API int EnvClearKeys(Envelope *env);
 
-VX_API unsigned int EnvType(const Envelope *env); /* 0 float, 1 integer */
+/* The envelope's type: 0 float, 1 integer. */
+VX_API unsigned int EnvType(const Envelope *env);
+/* The client pointer given to EnvCreate or EnvSetData. */
 VX_API void *EnvData(const Envelope *env);
+/* Replaces the client pointer; no undo, no note. */
 VX_API void EnvSetData(Envelope *env, void *data);
 /* The port change notes go to; null sends none. The envelope does not own the port. */
 VX_API void EnvSetPort(Envelope *env, Port *port);
@@ -134,8 +137,11 @@ VX_API Port *EnvGetPort(const Envelope *env);
 /* The key list header, to walk the keys in time order (see EnvKey). */
 VX_API EnvKeyList *EnvGetKeyList(Envelope *env);
 
+/* How the curve continues before its first key (ENV_BEHAVIOR_*). */
 VX_API unsigned int EnvPreBehavior(const Envelope *env);
+/* How the curve continues after its last key (ENV_BEHAVIOR_*). */
 VX_API unsigned int EnvPostBehavior(const Envelope *env);
+/* How the curve runs between keys (ENV_INTERP_*). */
 VX_API unsigned int EnvInterpolation(const Envelope *env);
 /* Undoable when the value differs from the current one; notify ENV_NOTE_ENVELOPE. 1 or 0. */
 VX_API int EnvSetPreBehavior(Envelope *env, unsigned int behavior);
@@ -157,17 +163,24 @@ VX_API void EnvClampAll(void);
 
 /* ---- Process-wide defaults (no undo except the default slope type) ---- */
 
+/* The behaviour new envelopes get at both ends (process-wide, initially ENV_BEHAVIOR_CONSTANT). */
 VX_API unsigned int EnvGetDefaultBehavior(void);
+/* Sets it; an unknown code is refused (VxLastFailure VX_E_BADARG). Not undoable. */
 VX_API void EnvSetDefaultBehavior(unsigned int behavior);
+/* The interpolation new envelopes get (process-wide, initially ENV_INTERP_CURVE). */
 VX_API unsigned int EnvGetDefaultInterpolation(void);
+/* Sets it; an unknown code is refused (VxLastFailure VX_E_BADARG). Not undoable. */
 VX_API void EnvSetDefaultInterpolation(unsigned int interpolation);
+/* The slope type new keys get (process-wide, initially ENV_SLOPE_AUTO). */
 VX_API unsigned int EnvKeyDefaultSlopeType(void);
 /* Undoable. 1, or 0 on failure. */
 VX_API int EnvKeySetDefaultSlopeType(unsigned int type);
 
 /* ---- Key lookup (not edits; they update the lookup cache) ---- */
 
+/* The first key in time, or null for an empty envelope. */
 VX_API EnvKey *EnvFirstKey(Envelope *env);
+/* The last key in time, or null for an empty envelope. */
 VX_API EnvKey *EnvLastKey(Envelope *env);
 /* The key within 0.0001 of the time, or null. */
 VX_API EnvKey *EnvGetKey(Envelope *env, double time);
@@ -229,29 +242,60 @@ VX_API void EnvKeyFree(EnvKey *key);
 
 /* ---- Key reads ---- */
 
+/* The key's value: side 1's when it has a value break with side 1 active, else side 0's; 0.0 for a
+ * null key. */
 VX_API double EnvKeyValue(const EnvKey *key);
+/* The same for an integer envelope's key; 0 for a null key. */
 VX_API int EnvKeyValueInt(const EnvKey *key);
+/* The value of one side (0 incoming, 1 outgoing) of a float key. */
 VX_API double EnvKeyGetTangentValue(const EnvKey *key, int side);
+/* The value of one side of an integer key. */
 VX_API int EnvKeyGetTangentValueInt(const EnvKey *key, int side);
+/* The slope of one side, in value per second. */
 VX_API double EnvKeyGetSlopeValue(const EnvKey *key, int side);
+/* The slope type of one side (ENV_SLOPE_*). */
 VX_API unsigned int EnvKeyGetSlopeType(const EnvKey *key, int side);
+/* The weight-type bit of one side: ENV_WEIGHT_MANUAL when the weight is given by hand, 0 when
+ * automatic. */
 VX_API unsigned int EnvKeyGetWeightType(const EnvKey *key, int side);
+/* The weight of one side: the stored weight when given by hand and not 0, else the automatic one.
+ * */
 VX_API double EnvKeyGetWeightValue(const EnvKey *key, int side);
+/* The automatic weight of one side: the length of a handle reaching a third of the way to the
+ * neighbour along the tangent. */
 VX_API double EnvKeyGetAutoWeightValue(const EnvKey *key, int side);
+/* Which side's value a value-broken key shows (0 or 1); 0 for an unbroken key. */
 VX_API int EnvKeyGetActiveValue(const EnvKey *key);
+/* 1 when any of the asked break bits (ENV_BREAK_*) is set. */
 VX_API int EnvKeyIsBroken(const EnvKey *key, unsigned int bits);
+/* The key's break bits: ENV_BREAK_VALUE, ENV_BREAK_SLOPE and ENV_BREAK_WEIGHT as set. */
 VX_API unsigned int EnvKeyGetBreakTypes(const EnvKey *key);
+/* 1 when any of the asked bits of the key's flag word is set. */
 VX_API int EnvKeyGetUserFlag(const EnvKey *key, unsigned int bits);
 
 /* ---- Raw and flag writes: no undo, no note ---- */
 
+/* Sets the asked bits of the key's flag word: 0 (and nothing changes) when any of them is set
+ * already, else 1. No undo, no note. */
 VX_API int EnvKeySetUserFlag(EnvKey *key, unsigned int bits);
+/* 0 when none of the asked bits is set; otherwise toggles the asked bits (clearing 0x300 with only
+ * 0x100 set leaves 0x200) and returns 1. No undo, no note. */
 VX_API int EnvKeyClearUserFlag(EnvKey *key, unsigned int bits);
+/* EnvKeySetUserFlag on one side's flag word; side 1 of an unbroken key is left alone (0). */
 VX_API int EnvKeyTangentSetUserFlag(EnvKey *key, int side, unsigned int bits);
+/* EnvKeyClearUserFlag on one side's flag word; side 1 of an unbroken key is left alone (0). */
 VX_API int EnvKeyTangentClearUserFlag(EnvKey *key, int side, unsigned int bits);
+/* EnvKeyGetUserFlag on one side's flag word; 0xFFFFFFFF for side 1 of an unbroken key. */
 VX_API unsigned int EnvKeyTangentGetUserFlag(const EnvKey *key, int side, unsigned int bits);
+/* Writes one side's stored weight; a weight that is not finite is refused (VxLastFailure
+ * VX_E_BADARG). No undo, no note. */
 VX_API void EnvKeySetWeightValueD(EnvKey *key, int side, double weight);
+/* The same as EnvKeySetWeightValueD. */
 VX_API void EnvKeySetRawWeight(EnvKey *key, int side, double weight);
+/* For loaders: writes a side's value, slope type, slope, weight type and weight and the key's flags
+ * at once (side 0 also gives side 1 its slope type, slope and weight type, and a weight of -1.0 by
+ * hand or 0.0). Unknown slope types and numbers that are not finite are refused (VxLastFailure
+ * VX_E_BADARG) and nothing is written. No undo, no note. */
 VX_API void EnvKeySetRawTangents(Envelope *env, EnvKey *key, int side, double value,
                                  unsigned int slope_type, double slope, unsigned int weight_type,
                                  double weight, unsigned int key_flags);

@@ -91,6 +91,7 @@ VX_API Mesh *MeshSource(const Mesh *mesh);
 VX_API unsigned int MeshInstanceCount(const Mesh *mesh);
 VX_API Mesh *MeshInstanceByIndex(const Mesh *mesh, unsigned int index);
 
+/* The mesh's flag word (MESH_HOLD_EVENTS and the others of this header). */
 VX_API uint32_t MeshFlags(const Mesh *mesh);
 /* Sets MESH_HOLD_EVENTS: events are dropped until one carries both MESH_CHANGE_VERTICES and
  * MESH_CHANGE_POLYGONS, which clears the flag and is delivered. Used while a mesh is filled in
@@ -149,11 +150,17 @@ VX_API MeshPolygon *MeshPolByIndex(const Mesh *mesh, unsigned int index);
 /* 1 when the mesh has no live vertex and no live polygon. */
 VX_API int MeshIsEmpty(const Mesh *mesh);
 
+/* The mesh a vertex belongs to. */
 VX_API Mesh *MeshVertexMesh(const MeshVertex *vertex);
+/* A vertex's flag word (its dead bit and marks). */
 VX_API uint32_t MeshVertexFlags(const MeshVertex *vertex);
+/* The mesh a polygon belongs to. */
 VX_API Mesh *MeshPolygonMesh(const MeshPolygon *polygon);
+/* A polygon's flag word (its dead bit and marks). */
 VX_API uint32_t MeshPolygonFlags(const MeshPolygon *polygon);
+/* A polygon's type record (see MeshPolyTypeCode for its four-character code). */
 VX_API const PolyType *MeshPolygonType(const MeshPolygon *polygon);
+/* The number of vertices of a polygon. */
 VX_API unsigned int MeshNumVrtInPol(const MeshPolygon *polygon);
 /* The polygon's vertex at `index`. An index equal to the count reads the slot after the last
  * vertex, which is always null; a negative index or one past that gives null. */
@@ -210,6 +217,18 @@ VX_API unsigned int MeshDetachListener(Mesh *mesh, void *listener);
 
 /* Bounding box of one polygon as min x, y, z then max x, y, z; 0 when it has none. */
 typedef int (*PolyTypeBoundsFunc)(const Mesh *mesh, const MeshPolygon *polygon, float box[6]);
+
+/* The built-in polygon types' codes. */
+#define POLYTYPE_FACE VX_CODE4('F', 'A', 'C', 'E') /* a plain face */
+#define POLYTYPE_CURV VX_CODE4('C', 'U', 'R', 'V') /* a curve */
+#define POLYTYPE_BEZR VX_CODE4('B', 'E', 'Z', 'R') /* a Bezier curve */
+#define POLYTYPE_SUBD VX_CODE4('S', 'U', 'B', 'D') /* a subdivision surface face */
+#define POLYTYPE_PSUB VX_CODE4('P', 'S', 'U', 'B') /* a subdivision face with per-level detail */
+#define POLYTYPE_SPCH VX_CODE4('S', 'P', 'C', 'H') /* a spline patch */
+#define POLYTYPE_PTCH VX_CODE4('P', 'T', 'C', 'H') /* a patch */
+#define POLYTYPE_TEXT VX_CODE4('T', 'E', 'X', 'T') /* a text polygon */
+#define POLYTYPE_LINE VX_CODE4('L', 'I', 'N', 'E') /* a line */
+#define POLYTYPE_BONE VX_CODE4('B', 'O', 'N', 'E') /* a bone */
 
 /* Defines a polygon type. Returns it, or the existing type when the code is taken with the
  * same flags; null when the code is taken otherwise, the name is null, or the table is full.

@@ -186,7 +186,9 @@ VX_API const char *CineItemGetTag(const CineItem *item, uint32_t code);
 
 /* ---- Channels ----------------------------------------------------------------------------- */
 
+/* The number of channels of the item, over its whole package chain. */
 VX_API unsigned int CineChannelCount(const CineItem *item);
+/* The name of a channel of the item, or null for an index out of range. */
 VX_API const char *CineChannelName(const CineItem *item, unsigned int channel);
 /* The index of the named channel, or -1. */
 VX_API int CineItemLookupChannel(const CineItem *item, const char *name);

@@ -21,6 +21,7 @@
 #include "vexor/group.h"
 #include "vexor/host.h"
 #include "vexor/hull.h"
+#include "vexor/irr_cache.h"
 #include "vexor/log.h"
 #include "vexor/mark.h"
 #include "vexor/maths.h"

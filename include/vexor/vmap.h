@@ -86,10 +86,15 @@ VX_API VMap *VMapCreateComputed(Mesh *mesh, uint32_t type, VMapEvalFunc eval, vo
  * position map, a dead map or on failure. */
 VX_API int VMapDestroy(VMap *map);
 
-VX_API uint32_t VMapType(const VMap *map);      /* 0 for null */
-VX_API uint32_t VMapDimension(const VMap *map); /* 0 for null */
+/* The map's type code; 0 for a null map. */
+VX_API uint32_t VMapType(const VMap *map);
+/* The number of floats per entry; 0 for a null map. */
+VX_API uint32_t VMapDimension(const VMap *map);
+/* The map's flag word (0x2000: a computed map). */
 VX_API uint32_t VMapFlags(const VMap *map);
+/* The mesh that owns the map. */
 VX_API Mesh *VMapMesh(const VMap *map);
+/* The map this one lies over, or null. */
 VX_API VMap *VMapUnderlying(const VMap *map);
 
 /* Names: at most 63 bytes. The public name (what the user sees) starts empty. The setters are

@@ -25,6 +25,7 @@ int vexor_env(int argc, char **argv);
 int vexor_gallery(int argc, char **argv);
 int vexor_hull(int argc, char **argv);
 int vexor_image(int argc, char **argv);
+int vexor_irrcache(int argc, char **argv);
 int vexor_scene(int argc, char **argv);
 int vexor_subd(int argc, char **argv);
 int vexor_polygon(int argc, char **argv);
@@ -193,6 +194,16 @@ inline constexpr Subcommand kSubcommands[] = {
      "  --cell N      the size of one cell in pixels, 32 to 1024 (default: 160)\n"
      "\n"
      "example: vexor blend --opacity 0.5 --png half.png\n"},
+    {"irrcache", "what an irradiance cache file holds, and a picture of its values", vexor_irrcache,
+     "usage: vexor irrcache show FILE [--svg PATH]\n"
+     "\n"
+     "Loads an irradiance cache file and prints its version, how many values each of\n"
+     "its two lists holds, the blocks, nodes and memory the cache takes, and the\n"
+     "bounds of the values' positions and radii. Draws the values seen from above\n"
+     "(x to the right, y up), each a disc of half its radius coloured by its\n"
+     "irradiance; values of the second list are outlined.\n"
+     "\n"
+     "  --svg PATH   where to write the picture (default: vexor-irrcache.svg)\n"},
     {"hull", "the convex hull, bounding box and major axis of 2D or 3D points", vexor_hull,
      "usage: vexor hull FILE [--svg PATH] [--print N]\n"
      "\n"

@@ -1,0 +1,224 @@
+// Gathering from the irradiance cache: the octree descent, the four-wide test of each block, and
+// the estimate that stores a new value when the gather finds too few.
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "foundation/guard.h"
+#include "foundation/lanes.h"
+#include "render/irr_cache.h"
+
+namespace vx::irr {
+
+namespace {
+
+using F = lanes::Vec<float, 4>;
+
+struct Gather {
+    float q[3], n[3];
+    float s;
+    int list;
+    bool gradients;
+    bool skip_current;
+    std::uint8_t current;
+    float low, high;  // the acceptance radius's bounds: minimum and maximum distance x s
+    float half_scale;
+    float cosine, factor;
+    double margin_low, margin_high, quarter_scale;
+    IrrCacheQuery *out;
+};
+
+F load(const float (&a)[4]) noexcept {
+    F v;
+    std::memcpy(&v, a, sizeof v);
+    return v;
+}
+
+// The values of one block that pass the distance, normal and plane tests, four at once; then
+// each one's weight.
+void scan(const Block &b, Gather &g) noexcept {
+    const F dx = g.q[0] - load(b.px), dy = g.q[1] - load(b.py), dz = g.q[2] - load(b.pz);
+    const F nx = load(b.nx), ny = load(b.ny), nz = load(b.nz);
+    const F r = load(b.radius);
+    const F accept = lanes::min_of(lanes::max_of(r * g.half_scale, lanes::splat<F>(g.low)),
+                                   lanes::splat<F>(g.high));
+    const F d2 = dx * dx + dy * dy + dz * dz;
+    const F dot = g.n[0] * nx + g.n[1] * ny + g.n[2] * nz;
+    F plane = dx * nx + dy * ny + dz * nz;
+    plane = lanes::select(plane < 0.0f, -plane, plane);
+    const F limit = lanes::min_of(lanes::splat<F>(g.s), r * 0.75f);
+    const auto pass = (d2 < accept * accept) & (dot > g.cosine) & (plane <= limit);
+    for (int i = 0; i < b.used; ++i) {
+        if (pass[i] == 0) continue;
+        if (g.skip_current && b.pass[i] == g.current) continue;
+        const float dist = std::sqrt(d2[i]);
+        const float angle = dot[i] < 1.0f ? std::sqrt(1.0f - dot[i]) * g.factor : 0.0f;
+        const float e = std::max(dist / accept[i], angle);
+        float g1 = 0.0f, g2 = 0.0f;
+        if (g.gradients) {
+            const float d[3] = {dx[i], dy[i], dz[i]};
+            for (int c = 0; c < 3; ++c) {
+                g1 += b.gradient[c][i] * d[c];
+                g2 += b.gradient2[c][i] * d[c];
+            }
+            const float half = 0.5f * b.radius[i];
+            if (dist > half) {
+                g1 *= half / dist;
+                g2 *= half / dist;
+            }
+        }
+        const float w = (1.0f - e) * (1.0f - std::fabs(g1));
+        const float w2 = (1.0f - e) * (1.0f - std::fabs(g2));
+        if (w <= 0.0f) continue;
+        for (int c = 0; c < 3; ++c) g.out->irradiance[c] += w * b.irradiance[c][i];
+        g.out->weight += w;
+        if (w2 > 0.0f) {
+            for (int c = 0; c < 3; ++c) g.out->irradiance2[c] += w2 * b.irradiance2[c][i];
+            g.out->weight2 += w2;
+        }
+        g.out->count += dist < 0.0001f ? 16 : 1;
+    }
+}
+
+// The octree below one top node, without recursion: a node is searched, and its children
+// looked at, when the query point lies in its box grown by the margin of its size.
+void descend(const Node &top, const double top_corner[3], double top_edge, Gather &g) noexcept {
+    struct Cell {
+        const Node *node;
+        float corner[3];
+        int depth;
+    };
+    // Edges and margins by depth: the margin is max(min distance x s, min(max distance x s,
+    // edge x 0.25 x scale)).
+    float edge[kMaxDepth + 1], margin[kMaxDepth + 1];
+    double e = top_edge;
+    for (int d = 0; d <= kMaxDepth; ++d, e *= 0.5) {
+        edge[d] = static_cast<float>(e);
+        margin[d] = static_cast<float>(
+            std::max(g.margin_low, std::min(g.margin_high, e * g.quarter_scale)));
+    }
+    Cell stack[8 * (kMaxDepth + 1)];
+    int size = 0;
+    stack[size++] = {&top,
+                     {static_cast<float>(top_corner[0]), static_cast<float>(top_corner[1]),
+                      static_cast<float>(top_corner[2])},
+                     0};
+    const auto inside = [&](const float corner[3], int depth) {
+        const float m = margin[depth], reach = edge[depth] + m;
+        for (int axis = 0; axis < 3; ++axis) {
+            const float offset = g.q[axis] - corner[axis];
+            if (offset < -m || offset > reach) return false;
+        }
+        return true;
+    };
+    if (!inside(stack[0].corner, 0)) return;
+    while (size > 0) {
+        const Cell cell = stack[--size];
+        // No value below this node can reach the point: nothing to search here or below. (Its
+        // values' acceptance radii are at most that of its largest radius.)
+        const Bound &bound = cell.node->bounds[g.list];
+        if (bound.max_radius == 0.0f) continue;
+        const float reach = std::min(std::max(bound.max_radius * g.half_scale, g.low), g.high);
+        if (g.q[0] < bound.low[0] - reach || g.q[0] > bound.high[0] + reach ||
+            g.q[1] < bound.low[1] - reach || g.q[1] > bound.high[1] + reach ||
+            g.q[2] < bound.low[2] - reach || g.q[2] > bound.high[2] + reach) {
+            continue;
+        }
+        for (const Block *b = cell.node->lists[g.list].first; b != nullptr; b = b->next) {
+            __builtin_prefetch(b->next);
+            scan(*b, g);
+        }
+        if (cell.depth == kMaxDepth) continue;
+        const int depth = cell.depth + 1;
+        const float half = edge[depth];
+        for (int i = 0; i < 8; ++i) {
+            const Node *child = cell.node->children[i];
+            if (child == nullptr) continue;
+            Cell next{child,
+                      {cell.corner[0] + ((i & 1) != 0 ? half : 0.0f),
+                       cell.corner[1] + ((i & 2) != 0 ? half : 0.0f),
+                       cell.corner[2] + ((i & 4) != 0 ? half : 0.0f)},
+                      depth};
+            if (inside(next.corner, depth)) stack[size++] = next;
+        }
+    }
+}
+
+}  // namespace
+
+unsigned gather(const IrrCache &cache, IrrCacheQuery &query) noexcept {
+    const PassSettings &p = pass_settings();
+    Gather g{};
+    std::copy(query.position, query.position + 3, g.q);
+    std::copy(query.normal, query.normal + 3, g.n);
+    g.s = query.footprint;
+    g.list = (query.flags & IRR_QUERY_SECOND_LIST) != 0 ? 1 : 0;
+    g.gradients = (query.flags & IRR_QUERY_GRADIENTS) != 0;
+    g.skip_current = g.list == 0;
+    g.current = static_cast<std::uint8_t>(p.pass & 0xFF);
+    g.low = p.min_distance * g.s;
+    g.high = p.max_distance * g.s;
+    g.half_scale = 0.5f * p.scale;
+    g.cosine = p.cosine;
+    g.factor = p.factor;
+    g.margin_low = static_cast<double>(g.low);
+    g.margin_high = static_cast<double>(g.high);
+    g.quarter_scale = 0.25 * static_cast<double>(p.scale);
+    g.out = &query;
+    std::fill(query.irradiance, query.irradiance + 3, 0.0f);
+    std::fill(query.irradiance2, query.irradiance2 + 3, 0.0f);
+    query.weight = query.weight2 = 0.0f;
+    query.count = 0;
+    for (int i = 0; i < 8; ++i) {
+        if (cache.top[i] == nullptr) continue;
+        double corner[3];
+        top_box(i, cache.edge, corner);
+        descend(*cache.top[i], corner, cache.edge, g);
+    }
+    return query.count;
+}
+
+}  // namespace vx::irr
+
+extern "C" {
+
+VX_API unsigned int IrrCacheGather(const IrrCache *cache, IrrCacheQuery *query) {
+    if (cache == nullptr || query == nullptr) return 0;
+    return vx::irr::gather(*cache, *query);
+}
+
+VX_API int IrrCacheEstimateIrradiance(IrrCache *cache, IrrCacheQuery *query,
+                                      IrrCacheSampler sampler, void *client, float irradiance[3],
+                                      float irradiance2[3]) {
+    if (cache == nullptr || query == nullptr) return 0;
+    vx::irr::gather(*cache, *query);
+    const unsigned wanted = std::max(query->wanted, 1u);
+    if (query->count >= wanted && query->weight > 0.0f) {
+        for (int c = 0; c < 3; ++c) {
+            if (irradiance != nullptr) irradiance[c] = query->irradiance[c] / query->weight;
+            if (irradiance2 != nullptr) {
+                irradiance2[c] =
+                    query->weight2 > 0.0f ? query->irradiance2[c] / query->weight2 : 0.0f;
+            }
+        }
+        return 1;
+    }
+    if (vx::irr::pass_settings().locked || sampler == nullptr) return 0;
+    IrrCacheSample sample{};
+    if (sampler(client, query->position, query->normal, query->footprint, &sample) == 0) return 0;
+    const float limit = vx::irr::pass_settings().max_distance * query->footprint;
+    const float radius = std::min(sample.radius, limit);
+    const int kind = (query->flags & IRR_QUERY_SECOND_LIST) != 0 ? 1 : 0;
+    if (IrrCacheStoreValue(cache, query->position, query->normal, sample.irradiance,
+                           sample.irradiance2, sample.gradient, sample.gradient2, radius,
+                           kind) == 0) {
+        return 0;
+    }
+    for (int c = 0; c < 3; ++c) {
+        if (irradiance != nullptr) irradiance[c] = sample.irradiance[c];
+        if (irradiance2 != nullptr) irradiance2[c] = sample.irradiance2[c];
+    }
+    return 1;
+}
+
+}  // extern "C"
