@@ -86,6 +86,7 @@ ValueRecord &Cache::record(const ChannelKey &key) {
         ItemSlots &slots = slots_[serial];
         if (slots.item != key.item) {
             // The serial was held by an item that has gone: its records are of no use now.
+            note_drop();
             for (ValueRecord *old : slots.records) {
                 if (old != nullptr) release_record(old);
             }
@@ -144,11 +145,13 @@ void Cache::switch_action(CineAction *action) noexcept {
 }
 
 void Cache::invalidate_all() noexcept {
+    note_drop();
     for_each_record([](const ChannelKey &, ValueRecord &rec) { rec.invalidate(); });
     time_record_.invalidate();
 }
 
 void Cache::invalidate_channel(const ChannelKey &key) noexcept {
+    note_drop();
     if (ValueRecord *rec = find(key)) rec->invalidate();
     // A value written by modifiers may have been computed from the one that changed.
     for_each_record([](const ChannelKey &, ValueRecord &rec) {
@@ -157,6 +160,7 @@ void Cache::invalidate_channel(const ChannelKey &key) noexcept {
 }
 
 void Cache::forget_item(const CineItem &item) noexcept {
+    note_drop();
     if (mode_ == 2) {
         std::unique_lock lock(map_lock_);
         for (auto it = map_.begin(); it != map_.end();) {

@@ -82,17 +82,23 @@ void run_node(Cache &cache, CineModNode &node, const ChannelKey &key, Passing &p
     std::lock_guard lock(node.lock);
     Computed &value = passing.value;
     const bool known = node.records_of == cache.serial();
+    const std::uint64_t drops = cache.drops();
+    const bool steady = known && node.records_drops == drops;
     node.records_of = 0;  // until every input has its record again
     for (std::size_t i = 0; i < node.inputs.size(); ++i) {
+        if (steady && node.input_steady[i]) continue;  // still valid, and not animated
         const ChannelKey &in = node.inputs[i];
         const InputSlot &slot = node.input_slots[i];
         ValueRecord *found =
             known ? const_cast<ValueRecord *>(node.input_records[i]) : cache.find(in);
         const ValueRecord &rec = read_found(cache, in, found, slot.desc, slot.writers);
-        if ((rec.flags.load(std::memory_order_relaxed) & kAnimated) != 0) value.animated = true;
+        const bool animated = (rec.flags.load(std::memory_order_relaxed) & kAnimated) != 0;
+        if (animated) value.animated = true;
+        node.input_steady[i] = !animated;
         node.input_records[i] = &rec;
     }
     node.records_of = cache.serial();
+    node.records_drops = drops;
     for (std::size_t i = 0; i < node.outputs.size(); ++i) {
         const ChannelKey &out = node.outputs[i];
         const OutputSlot &slot = node.slots[i];

@@ -262,6 +262,7 @@ void prepare_runs(CineModNode &node, const Modifiers &mods) {
                       writers != mods.writers.end() ? &writers->second : nullptr});
     }
     node.input_records.assign(node.inputs.size(), nullptr);
+    node.input_steady.assign(node.inputs.size(), false);
     node.records_of = 0;
     node.output_values.assign(node.outputs.size(), CineModEval::Output{});
     node.output_animated.assign(node.outputs.size(), false);

@@ -89,6 +89,10 @@ struct CineModNode {
     // move, so the next run in that cache starts from them instead of finding them again.
     std::vector<const vx::eval::ValueRecord *> input_records;
     std::uint64_t records_of = 0;
+    // Inputs whose records were valid and did not depend on the time at the last run, and the
+    // cache's drop count then: while it holds still, those inputs need not be looked at.
+    std::vector<bool> input_steady;
+    std::uint64_t records_drops = 0;
     std::vector<CineModEval::Output> output_values;
     std::vector<vx::value::Value> output_objects;
     std::vector<bool> output_animated;
