@@ -151,6 +151,44 @@ void IntegerRandomAccess(benchmark::State &state) {
 }
 BENCHMARK(IntegerRandomAccess);
 
+// The floors a random read stands on, for scale: finding the segment of a time among the
+// 1,000 key times by binary search, and the Hermite basis with its weighted sum.
+void BinarySearchFloor(benchmark::State &state) {
+    std::vector<double> keys(kKeys);
+    for (int i = 0; i < kKeys; ++i) keys[static_cast<std::size_t>(i)] = i;
+    const std::vector<double> times = random_times(0.0, kKeys - 1.0);
+    std::size_t i = 0;
+    for (auto _ : state) {
+        // Branch-free: the select compiles to a conditional move.
+        const double *base = keys.data();
+        for (std::size_t len = keys.size(); len > 1;) {
+            const std::size_t half = len / 2;
+            base = base[half - 1] <= times[i] ? base + half : base;
+            len -= half;
+        }
+        benchmark::DoNotOptimize(base);
+        i = (i + 1) & (times.size() - 1);
+    }
+}
+BENCHMARK(BinarySearchFloor);
+
+void HermiteFloor(benchmark::State &state) {
+    const std::vector<double> times = random_times(0.0, 1.0);
+    std::size_t i = 0;
+    double y0 = 1.0, y1 = -2.0, s0 = 0.5, s1 = 3.0, d = 1.0;
+    for (double *unknown : {&y0, &y1, &s0, &s1, &d}) benchmark::DoNotOptimize(*unknown);
+    for (auto _ : state) {
+        const double u = times[i] / d;
+        const double u2 = u * u;
+        const double u3 = u2 * u;
+        const double value = (2.0 * u3 - 3.0 * u2 + 1.0) * y0 + (-2.0 * u3 + 3.0 * u2) * y1 +
+                             ((u3 - 2.0 * u2 + u) * s0 + (u3 - u2) * s1) * d;
+        benchmark::DoNotOptimize(value);
+        i = (i + 1) & (times.size() - 1);
+    }
+}
+BENCHMARK(HermiteFloor);
+
 // Not on the hot path, for scale: the exact range of a span of ten keys, and of the whole
 // curve and three cycles either side of it.
 void BoundsValue(benchmark::State &state) {

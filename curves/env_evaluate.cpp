@@ -282,8 +282,38 @@ Bezier bezier_of(const EnvKey &k, const EnvKey &n, double s0, double s1) noexcep
     return b.y(solved.u);
 }
 
+// The segment most curves are made of, taken without the general dispatch: curve interpolation,
+// two keys broken in nothing, automatic slopes without stored weights facing each other, and a
+// key beyond each end. Everything is read from side 0 then, and the arithmetic is the general
+// path's, operation for operation, so the value and the slopes written back are the same.
+// False when the segment is not of that kind.
+inline bool plain_auto_value(const Envelope &env, EnvKey &k, EnvKey &n, double time,
+                             double &value) noexcept {
+    constexpr std::uint32_t kBreaks = ENV_BREAK_VALUE | ENV_BREAK_SLOPE | ENV_BREAK_WEIGHT;
+    constexpr std::uint32_t kTypeAndWeight = kSlopeTypeMask | ENV_WEIGHT_MANUAL;
+    if (env.interpolation == ENV_INTERP_LINEAR || env.interpolation == ENV_INTERP_STEPPED ||
+        ((k.flags | n.flags) & kBreaks) != 0 ||
+        (k.side[0].flags & kTypeAndWeight) != ENV_SLOPE_AUTO ||
+        (n.side[0].flags & kTypeAndWeight) != ENV_SLOPE_AUTO) {
+        return false;
+    }
+    const EnvKey *p = prev_key(&k);
+    const EnvKey *after = next_key(&n);
+    if (p == nullptr || after == nullptr || next_key(&k) != &n) return false;
+    const double yk = k.side[0].value.f;
+    const double yn = n.side[0].value.f;
+    const double s0 = ratio((yk - outgoing<false>(*p)) + (yn - yk), n.time - p->time);
+    const double s1 = ratio((yn - yk) + (after->side[0].value.f - yn), after->time - k.time);
+    k.side[0].slope = k.side[1].slope = s0;
+    n.side[0].slope = n.side[1].slope = s1;
+    const double d = n.time - k.time;
+    value = hermite_value((time - k.time) / d, yk, yn, s0, s1, d);
+    return true;
+}
+
 // The value of the segment from K to N at a time strictly between them.
 inline double segment_value(Envelope &env, EnvKey &k, EnvKey &n, double time) noexcept {
+    if (double value; plain_auto_value(env, k, n, time, value)) return value;
     switch (shape_of(env, k, n)) {
         case Shape::held_active:
             return active<false>(k);

@@ -188,19 +188,20 @@ bool set_active(CineItem &clip, CineItem *group, std::uint32_t flag) {
     const bool want = wanted(flag, now);
     if (want == now) return true;
     CineAction *edit = act::default_action(*clip.scene, CINE_ACTION_EDIT);
-    if (want && edit == nullptr) {
-        VX_FAIL_LINE("ActionClipSetActive: ", "Unable to find Edit action");
-        return false;
-    }
-    if (want && reaches(*action, *edit)) return false;
-    // One clip of a group at a time: the others leave evaluation first. The clip itself goes
-    // too when deactivating, also when it is not a member of the group.
+    if (want && edit != nullptr && reaches(*action, *edit)) return false;
+    // One clip of a group at a time: the others leave evaluation first, also when the clip
+    // then cannot be activated. The clip itself goes too when deactivating, also when it is
+    // not a member of the group.
     for (CineItem *member : group_items(group)) {
         if (CineAction *other = is_clip(*member) ? action_of(*member) : nullptr) take_out(*other);
     }
     if (!want) {
         take_out(*action);
         return true;
+    }
+    if (edit == nullptr) {
+        VX_FAIL_LINE("ActionClipSetActive: ", "Unable to find Edit action");
+        return false;
     }
     act::add_parent(*edit, *action, mode_of(clip, *edit) == ACTIONCLIP_MODE_OVERRIDE ? 0 : 1);
     return true;
@@ -237,6 +238,7 @@ bool set_parenting(CineItem &clip, bool on) {
     if (action == nullptr) return false;
     CineAction *scene_action = act::default_action(*clip.scene, CINE_ACTION_SCENE);
     if (scene_action == nullptr) {
+        if (!on) return true;  // nothing to take away: only a request to parent fails
         VX_FAIL_LINE("ActionClipSetParenting: ", "Unable to find Anim action");
         return false;
     }

@@ -1,6 +1,7 @@
 // Cache storage: records by slot table or map, storing, re-timing and invalidation.
 #include "eval/cache.h"
 
+#include <atomic>
 #include <cmath>
 #include <mutex>
 #include <new>
@@ -11,12 +12,18 @@
 #include "scene/scene.h"
 
 namespace vx::eval {
+namespace {
+
+std::atomic<std::uint64_t> next_serial{1};
+
+}  // namespace
 
 Cache::Cache(EvalData &data, CineAction *action, double time, std::uint32_t mode)
     : data_(data),
       action_(action),
       time_(time),
       mode_(mode),
+      serial_(next_serial.fetch_add(1, std::memory_order_relaxed)),
       records_(sizeof(ValueRecord)),
       objects_(sizeof(value::Value)) {}
 

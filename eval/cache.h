@@ -93,6 +93,8 @@ class Cache {
     double time() const noexcept { return time_; }
     bool is_private() const noexcept { return mode_ != 0; }
     std::uint32_t mode() const noexcept { return mode_; }
+    // Unique among the caches of the process, never reused: what a record pointer was found in.
+    std::uint64_t serial() const noexcept { return serial_; }
 
     // The record of a node when the cache has one (valid or not); never allocates.
     ValueRecord *find(const ChannelKey &key) const noexcept;
@@ -144,6 +146,7 @@ class Cache {
     double time_;
     std::uint64_t epoch_ = 1;  // advanced by every re-timing
     std::uint32_t mode_;
+    std::uint64_t serial_;
     BlockPoolMT records_;
     BlockPoolMT objects_;
     ValueRecord time_record_;

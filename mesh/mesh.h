@@ -71,6 +71,9 @@ struct MeshPolygon {
     }
 };
 
+// Walks take a chunk of the element store as an array of records.
+static_assert(sizeof(MeshVertex) % 8 == 0 && sizeof(MeshPolygon) % 8 == 0);
+
 namespace vx::mesh {
 
 inline constexpr std::uint16_t kNewVertexFlags = 0x1100;

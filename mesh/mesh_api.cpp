@@ -20,7 +20,7 @@ bool live(const Element *element) noexcept {
 template <class Real>
 int copy_position(const Mesh *mesh, const MeshVertex *vertex, Real position[3]) noexcept {
     if (vertex == nullptr || position == nullptr) return 0;
-    const float *p = PositionSource(mesh).get(vertex);
+    const float *p = position_seen(mesh, vertex);
     for (int axis = 0; axis < 3; ++axis) position[axis] = static_cast<Real>(p[axis]);
     return 1;
 }
@@ -118,7 +118,7 @@ VX_API int MeshVertexPosF(const Mesh *mesh, const MeshVertex *vertex, float posi
 }
 
 VX_API const float *MeshVertexPosV(const Mesh *mesh, const MeshVertex *vertex) {
-    return vertex != nullptr ? PositionSource(mesh).get(vertex) : nullptr;
+    return vertex != nullptr ? position_seen(mesh, vertex) : nullptr;
 }
 
 VX_API MeshPolygon *MeshNewEmptyPolygon(Mesh *mesh, uint32_t type, unsigned int count) {

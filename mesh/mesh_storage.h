@@ -284,6 +284,22 @@ class ElementStore {
         }
         return chunks_[chunk] + offset * block_size_;
     }
+    // The record made `index`-th and, in `count`, how many records from it on lie one after the
+    // other in its chunk (at least one; index below size()): for walks that go in order.
+    void *run(std::size_t index, std::size_t &count) const noexcept {
+        std::size_t chunk, offset;
+        if (index < kGrowing) {
+            const std::size_t n = index + kFirst;
+            chunk = static_cast<std::size_t>(std::bit_width(n)) - kFirstBits - 1;
+            offset = n - (kFirst << chunk);
+        } else {
+            chunk = kGrowingChunks + ((index - kGrowing) >> kLargestBits);
+            offset = (index - kGrowing) & (kLargest - 1);
+        }
+        const std::size_t in_chunk = chunk_blocks(chunk) - offset;
+        count = size_ - index < in_chunk ? size_ - index : in_chunk;
+        return chunks_[chunk] + offset * block_size_;
+    }
     // The number of a record of this store: where it stands in the order of making.
     std::size_t index_of(const void *record) const noexcept {
         const char *at = static_cast<const char *>(record);

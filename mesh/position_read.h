@@ -41,4 +41,11 @@ class PositionSource {
     const VMap *layer_;
 };
 
+// One vertex's position as `mesh` sees it (a vertex, not null): the stored one straight away
+// for a mesh without a source.
+inline const float *position_seen(const Mesh *mesh, const MeshVertex *vertex) noexcept {
+    if (mesh == nullptr || mesh->source == nullptr) return stored_position(vertex);
+    return PositionSource(mesh).get(vertex);
+}
+
 }  // namespace vx::mesh

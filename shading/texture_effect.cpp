@@ -147,10 +147,11 @@ VX_API int PacketEffectDefine(const char *category, const char *packet, void *ob
     return vx::guard(0, [&] {
         std::lock_guard hold(module_lock());
         check_names(category, name);
+        // An effect of that name only gains the category: its packet is not looked at again.
+        if (extend_locked(category, name)) return 1;
         if (packet == nullptr) return 0;
         const std::uint32_t index = resolve_locked(category_locked("sample"), packet, 0, false);
         if (index >= kNone - 1) return 0;
-        if (extend_locked(category, name)) return 1;
         VType *type = allocate_type("sample", 1);
         if (type == nullptr) vx::fail(vx::rc::no_memory, "no vector type for the effect");
         vx::OnFailure free_made_type([&] { free_type(type); });

@@ -5,7 +5,7 @@
  * (CineItemDelete) destroys the action in the same edit, and undo brings both back. A scene
  * file keeps the tag, so a loaded clip finds its action again; a clip whose action is missing
  * has none ("Action not found for ActionClip: %s" in the debug log), and every clip function
- * then returns 0 or null for it.
+ * but enabling then returns 0 or null for it (enabling lives in a tag of the clip itself).
  *
  * A clip claims channels: the channels of the items added to it get an entry in its action
  * (marked removed until the animator gives them a value or keys). Matrix and object channels
@@ -82,12 +82,15 @@ VX_API int ActionClipRemoveChannel(CineItem *clip, CineItem *group, CineItem *it
  * clip's action; either may be null. 1, or 0 when nothing was done. */
 VX_API int ActionClipParentAction(CineItem *clip, CineAction *parent, CineAction *child);
 /* With a nonzero flag, makes the scene's "scene" action a parent of the clip's action; with 0
- * takes it away. 1, or 0 on failure (a scene without "scene" logs a failure line). */
+ * takes it away. 1, or 0 on failure (parenting in a scene without "scene" logs a failure
+ * line; taking away there does nothing and returns 1). */
 VX_API int ActionClipSetParenting(CineItem *clip, int flag);
-/* Activates (1), deactivates (0) or toggles (ACTIONCLIP_TOGGLE) the clip. Activating first
- * deactivates every clip member of `group` (may be null), then makes the clip's action a
+/* Activates (1), deactivates (0) or toggles (ACTIONCLIP_TOGGLE) the clip; a flag equal to the
+ * current state does nothing. Otherwise every clip member of `group` (may be null) is first
+ * deactivated, and so is the clip when deactivating; activating then makes the clip's action a
  * parent of "edit" at the place its "mode" asks for. Returns 1 when the clip ends in the asked
- * state, 0 otherwise (a scene without "edit" logs a failure line). */
+ * state, 0 otherwise: in a scene without "edit" the group's clips are still deactivated, and
+ * a failure line is logged. */
 VX_API int ActionClipSetActive(CineItem *clip, CineItem *group, unsigned int flag);
 /* 1 when some action of the scene has the clip's action as a parent. */
 VX_API int ActionClipIsActive(CineItem *clip);

@@ -10,8 +10,9 @@
  * Membership edits and kind changes are undoable and atomic: a failed edit changes nothing
  * and returns 0. Each sends CINE_EVENT_ITEM_CHANGED for the group. Deleting an item
  * (CineItemDelete) takes its memberships away in the same edit, so undo brings them back in
- * place. Functions that take a group return 0 (or none) when it is null, not an item of the
- * group type, or when the member is null, in another scene, or the group itself.
+ * place. Edits refuse (return 0) a group that is null, not in its scene or not an item of the
+ * group type, and a member that is null or in another scene; an item cannot be a member of
+ * itself, but a group's own channels can be.
  *
  * Valid between GroupStartup and the balancing GroupShutdown; main thread only. */
 #ifndef VEXOR_GROUP_H
@@ -114,8 +115,9 @@ typedef int (*GroupScanFunc)(CineItem *group, void *client, CineItem *item, uint
  * 2 from that ancestor's parent, without the start itself; 4: from the root of the group's
  * hierarchy. A start that does not exist falls back to the group. Groups are visited depth
  * first in child order, members in member order; GroupScanRev visits everything in exactly
- * the reverse order. The callback must not edit memberships. Returns the first nonzero
- * callback result, or 0. */
+ * the reverse order. `group` may be any item: one that is not a group has no members, and
+ * the groups below it are visited all the same. The callback must not edit memberships.
+ * Returns the first nonzero callback result, or 0. */
 VX_API int GroupScan(CineItem *group, unsigned int what, GroupScanFunc func, unsigned int scope,
                      void *client);
 VX_API int GroupScanRev(CineItem *group, unsigned int what, GroupScanFunc func, unsigned int scope,

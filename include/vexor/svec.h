@@ -64,8 +64,8 @@ VX_API void VPacketSetObject(void *a, void *b, void *c);
  * "sampleVector" log; a server without a "vpacket.category" tag logs "Packet server has wrong
  * category: <name> !"; a server whose tag does not list the category yields VPACKET_NONE
  * silently; otherwise the packet joins the category and its new index is returned. A server a
- * host registered itself gives its size by the tag "vpacket.size" (decimal, default 0) and its
- * operations table (or null) as its data. */
+ * host registered itself gives its size by the tag "vpacket.size" (decimal, default 0); such a
+ * packet has no operations table (VPacketDefine gives one). */
 VX_API unsigned int VPacketOffset(const char *category, const char *name);
 /* The same for a packet qualified by an item: an entry matches when the names are equal and
  * `item` is 0 or equals the entry's item. A new entry records `item`. */
@@ -253,7 +253,8 @@ VX_API int TextureEffectDefine(const char *category, const char *name, const Tex
  * TextureEffectDefine, and the effect records the packet's index and a vector type holding
  * just that packet (flags 1), and takes a reference on `object` (a component object, may be
  * null). Logs "-> Texture effect defined: name = <name>, custom packet = <packet>" on the
- * "sampleVector" log. Returns 1, or 0 for an unknown packet or a failure. */
+ * "sampleVector" log. When the effect exists it only gains `category`: `packet` and `object`
+ * are not looked at. Returns 1, or 0 for an unknown packet or a failure. */
 VX_API int PacketEffectDefine(const char *category, const char *packet, void *object,
                               const char *name);
 /* The index-th effect (in order of definition) whose categories include `category`; null past

@@ -21,7 +21,8 @@
  * Layers are tied to what they shade by the scene graph "shadeLoc": an item that links
  * forward to a layer is the layer's base layer. Types declare the kind of thing their items
  * are for shading with the type tag "shade.context" ("surface", "light", "environment",
- * "camera" or "scene"), inherited by derived types.
+ * "camera" or "scene"), inherited by derived types; the library's own "light" and "camera"
+ * types (vexor/xfrm.h) carry "light" and "camera".
  *
  * Channel values are read through the scene's "setup" action unless an evaluator is given.
  * Calls are made on the thread that edits the scene. */

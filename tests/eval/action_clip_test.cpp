@@ -1,5 +1,9 @@
 // Action clips: their own action through creation, deletion and undo; claims and releases;
 // kinds; activation as evaluation sees it; parenting; enabling.
+#include <functional>
+#include <numeric>
+#include <string>
+
 #include <vexor/package.h>
 #include <vexor/undo.h>
 #include <vexor/xfrm.h>
@@ -175,6 +179,41 @@ TEST_F(Clips, ParentingRefusesLoops) {
     EXPECT_EQ(ActionClipSetActive(clip, nullptr, 0), 1);
     EXPECT_EQ(CineActionIsParent(layer, action), 0);
     EXPECT_EQ(ActionClipSetActive(clip, nullptr, 1), 0);  // edit -> clip -> edit
+}
+
+TEST_F(Clips, WithoutDefaultActionsOnlyTheAskedStepFailsAndLogs) {
+    CineActionDataDestroy(CineActionDataCreate(scene));
+    ASSERT_NE(CineActionDataCreate(scene), nullptr);
+    ASSERT_EQ(CineActionGetDefault(scene, CINE_ACTION_EDIT), nullptr);
+    CineItem *group = make_named(scene, GROUP_TYPE_CODE, "Actor");
+    CineItem *walk = make_named(scene, ACTIONCLIP_TYPE_CODE, "walk");
+    CineItem *jump = make_named(scene, ACTIONCLIP_TYPE_CODE, "jump");
+    GroupAddItem(group, walk);
+    GroupAddItem(group, jump);
+    ASSERT_EQ(ActionClipParentAction(walk, nullptr, CineActionCreate(scene, "layer", 1, nullptr)),
+              1);
+    const struct {
+        const char *what;
+        std::function<int()> call;
+        int result;
+        const char *failure;  // the end of the failure line, or null for none
+    } rows[] = {
+        {"activate", [&] { return ActionClipSetActive(jump, group, 1); }, 0,
+         "ActionClipSetActive:  Unable to find Edit action\n"},
+        {"unparent", [&] { return ActionClipSetParenting(jump, 0); }, 1, nullptr},
+    };
+    for (const auto &row : rows) {
+        lines.clear();
+        EXPECT_EQ(row.call(), row.result) << row.what;
+        const std::string failures = std::accumulate(lines.begin(), lines.end(), std::string());
+        if (row.failure == nullptr) {
+            EXPECT_EQ(failures.find("#[fail]"), std::string::npos) << row.what;
+        } else {
+            EXPECT_EQ(failures.rfind("#[fail] <", 0), 0u) << failures;
+            EXPECT_TRUE(failures.ends_with(row.failure)) << failures;
+        }
+    }
+    EXPECT_EQ(ActionClipIsActive(walk), 0);  // the group's clips left evaluation all the same
 }
 
 TEST_F(Clips, EnablingIsAnUndoableTag) {

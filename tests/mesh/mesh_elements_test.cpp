@@ -7,6 +7,8 @@
 #include <thread>
 #include <vector>
 
+#include <vexor/mark.h>
+
 #include "mesh_fixture.h"
 #include "support/alloc_injection.h"
 
@@ -240,6 +242,8 @@ TEST_F(Elements, IndexingFindsEveryElementAcrossStorageChunks) {
             ASSERT_EQ(MeshVrtByIndex(m, i), v[i]) << i;
             EXPECT_EQ(MeshVertexPosV(m, v[i])[0], static_cast<float>(i));
         }
+        // Walks take the elements a chunk at a time, and an instance's copy one by one.
+        EXPECT_EQ(MeshMarkVrts(m, 0, 0x1), m == mesh ? 9000u : 8999u);
         EXPECT_EQ(MeshVrtByIndex(m, 8999), m == mesh ? v[8999] : nullptr);
         EXPECT_EQ(MeshVrtByIndex(m, 9000), nullptr);
     }

@@ -239,6 +239,21 @@ TEST_F(Effects, OneServerPerNameGathersItsCategories) {
     EXPECT_EQ(TextureEffectAllocate("none", &object), VX_E_NOTFOUND);
 }
 
+// A known effect defined again only gains the category: the packet named is not looked up.
+TEST_F(Effects, ADefinedPacketEffectOnlyGainsCategories) {
+    ASSERT_EQ(PacketEffectDefine("surface", "shade.diffuse", nullptr, "diffuseFX"), 1);
+    take_lines();
+    const unsigned packets = VPacketDefCount("sample");
+    EXPECT_EQ(PacketEffectDefine("light", "no.such", nullptr, "diffuseFX"), 1);
+    EXPECT_EQ(PacketEffectDefine("camera", nullptr, nullptr, "diffuseFX"), 1);
+    EXPECT_STREQ(
+        ServerGetInfoTag(HostLookupServer("textureEffect", "diffuseFX"), "textureFX.category"),
+        "surface light camera");
+    EXPECT_EQ(TextureEffectPacket("diffuseFX"), idx("shade.diffuse"));
+    EXPECT_EQ(VPacketDefCount("sample"), packets);
+    EXPECT_TRUE(take_lines().empty());
+}
+
 TEST_F(Effects, PacketEffectsHoldTheirPacketTypeAndObject) {
     void *probe = make_probe_object();
     take_lines();

@@ -8,6 +8,7 @@
 #include <vexor/package.h>
 #include <vexor/tlayer.h>
 #include <vexor/undo.h>
+#include <vexor/xfrm.h>
 
 #include <string>
 
@@ -169,6 +170,23 @@ TEST_F(LayerTree, ShadeContextsWalkFromTheBaseLayerUp) {
     EXPECT_EQ(TLayerIsMaskLayer(based), 2);
     EXPECT_EQ(TLayerBaseLayer(based), camera);
     EXPECT_STREQ(TLayerShadeContext(based), "camera");  // the base layer leads
+}
+
+// The library's own lights and cameras, as the item itself, as a base layer and as an ancestor.
+TEST_F(LayerTree, TheLibrarysLightsAndCamerasNameTheirContexts) {
+    const struct {
+        std::uint32_t type;
+        const char *context;
+    } rows[] = {{XFRM_TYPE_LIGHT, "light"}, {XFRM_TYPE_CAMERA, "camera"}};
+    for (const auto &row : rows) {
+        CineItem *item = CineItemCreate(scene, row.type);
+        ASSERT_NE(item, nullptr);
+        CineItem *linked = make("constant");
+        ASSERT_EQ(TLayerLinkShade(item, linked), 1);
+        EXPECT_STREQ(TLayerShadeContext(item), row.context);
+        EXPECT_STREQ(TLayerShadeContext(linked), row.context);
+        EXPECT_STREQ(TLayerShadeContext(make("constant", make("mask", item))), row.context);
+    }
 }
 
 TEST_F(LayerTree, DuplicatesCarryValuesChildrenAndLinksAndUndoAsOne) {
