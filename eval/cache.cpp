@@ -1,6 +1,7 @@
 // Cache storage: records by slot table or map, storing, re-timing and invalidation.
 #include "eval/cache.h"
 
+#include <atomic>
 #include <cmath>
 #include <mutex>
 #include <new>
@@ -11,12 +12,18 @@
 #include "scene/scene.h"
 
 namespace vx::eval {
+namespace {
+
+std::atomic<std::uint64_t> next_serial{1};
+
+}  // namespace
 
 Cache::Cache(EvalData &data, CineAction *action, double time, std::uint32_t mode)
     : data_(data),
       action_(action),
       time_(time),
       mode_(mode),
+      serial_(next_serial.fetch_add(1, std::memory_order_relaxed)),
       records_(sizeof(ValueRecord)),
       objects_(sizeof(value::Value)) {}
 
@@ -79,6 +86,7 @@ ValueRecord &Cache::record(const ChannelKey &key) {
         ItemSlots &slots = slots_[serial];
         if (slots.item != key.item) {
             // The serial was held by an item that has gone: its records are of no use now.
+            note_drop();
             for (ValueRecord *old : slots.records) {
                 if (old != nullptr) release_record(old);
             }
@@ -137,11 +145,13 @@ void Cache::switch_action(CineAction *action) noexcept {
 }
 
 void Cache::invalidate_all() noexcept {
+    note_drop();
     for_each_record([](const ChannelKey &, ValueRecord &rec) { rec.invalidate(); });
     time_record_.invalidate();
 }
 
 void Cache::invalidate_channel(const ChannelKey &key) noexcept {
+    note_drop();
     if (ValueRecord *rec = find(key)) rec->invalidate();
     // A value written by modifiers may have been computed from the one that changed.
     for_each_record([](const ChannelKey &, ValueRecord &rec) {
@@ -150,6 +160,7 @@ void Cache::invalidate_channel(const ChannelKey &key) noexcept {
 }
 
 void Cache::forget_item(const CineItem &item) noexcept {
+    note_drop();
     if (mode_ == 2) {
         std::unique_lock lock(map_lock_);
         for (auto it = map_.begin(); it != map_.end();) {

@@ -93,6 +93,12 @@ class Cache {
     double time() const noexcept { return time_; }
     bool is_private() const noexcept { return mode_ != 0; }
     std::uint32_t mode() const noexcept { return mode_; }
+    // Unique among the caches of the process, never reused: what a record pointer was found in.
+    std::uint64_t serial() const noexcept { return serial_; }
+    // Advanced whenever values are dropped or records released: while it holds still, a record
+    // found valid and not depending on the time keeps its value.
+    std::uint64_t drops() const noexcept { return drops_.load(std::memory_order_acquire); }
+    void note_drop() noexcept { drops_.fetch_add(1, std::memory_order_acq_rel); }
 
     // The record of a node when the cache has one (valid or not); never allocates.
     ValueRecord *find(const ChannelKey &key) const noexcept;
@@ -144,6 +150,8 @@ class Cache {
     double time_;
     std::uint64_t epoch_ = 1;  // advanced by every re-timing
     std::uint32_t mode_;
+    std::uint64_t serial_;
+    std::atomic<std::uint64_t> drops_{0};
     BlockPoolMT records_;
     BlockPoolMT objects_;
     ValueRecord time_record_;

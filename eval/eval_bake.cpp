@@ -23,7 +23,10 @@ int end_bake(CineEval &eval) {
         std::lock_guard lock(data.lock);
         for (const ChannelKey &key : eval.baked) {
             for (Cache *cache : data.caches) {
-                if (ValueRecord *rec = cache->find(key)) rec->invalidate();
+                if (ValueRecord *rec = cache->find(key)) {
+                    rec->invalidate();
+                    cache->note_drop();
+                }
             }
             auto it = data.bakes.find(key);
             if (it != data.bakes.end() && --it->second == 0) data.bakes.erase(it);

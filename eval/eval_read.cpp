@@ -48,70 +48,114 @@ bool node_runs(const CineModNode &node) noexcept {
     return !node.has_control || (node.control & 1) != 0;
 }
 
-// Runs one node for the channel `key`, whose value so far is `value` (its object, if any, in
-// `object`). Other outputs of the node come in with their action values, and are stored when
-// this node is the only one that writes them.
-void run_node(Cache &cache, CineModNode &node, const ChannelKey &key, Computed &value,
-              std::optional<value::Value> &object) {
-    std::vector<const ValueRecord *> inputs;
-    inputs.reserve(node.inputs.size());
-    for (const ChannelKey &input : node.inputs) {
-        const ValueRecord &rec = read_in_cache(cache, input);
-        if ((rec.flags.load(std::memory_order_relaxed) & kAnimated) != 0) value.animated = true;
-        inputs.push_back(&rec);
+using Writers = std::vector<CineModNode *>;
+
+const ValueRecord &compute(Cache &cache, const ChannelKey &key, const cine::ChannelDesc &desc,
+                           ValueRecord *found, const Writers *const *writers_known);
+
+// A node's input whose record (`found`, possibly null) the caller has looked for, and whose
+// description and writers validation has found.
+const ValueRecord &read_found(Cache &cache, const ChannelKey &key, ValueRecord *found,
+                              const cine::ChannelDesc *desc, const Writers *writers) {
+    if (found != nullptr && (cache.current(*found) || cache.refresh(*found))) return *found;
+    if (key.item == nullptr) {
+        cache.retime(cache.time());
+        return cache.time_record();
     }
-    std::vector<CineModEval::Output> outputs(node.outputs.size());
-    std::vector<std::optional<value::Value>> objects(node.outputs.size());
-    std::vector<Computed> incoming(node.outputs.size());
+    return compute(cache, key, *desc, found, &writers);
+}
+
+// The value of the channel being computed, as it passes through the nodes that write it. An
+// object channel's action value is looked up only when no node replaces it (`pending`): an
+// object channel cannot be animated by an action, and a node cannot read an object output.
+struct Passing {
+    Computed value;
+    std::optional<value::Value> object;  // the last node's object, which `value` points to
+    bool pending = false;
+};
+
+// Runs one node for the channel `key`. Other outputs of the node come in with their action
+// values, and are stored when this node is the only one that writes them. The node's lock is
+// held for the whole run, over its scratch lists; nodes upstream lock theirs while this one
+// waits, which cannot cycle since cyclic nodes never run.
+void run_node(Cache &cache, CineModNode &node, const ChannelKey &key, Passing &passing) {
+    std::lock_guard lock(node.lock);
+    Computed &value = passing.value;
+    const bool known = node.records_of == cache.serial();
+    const std::uint64_t drops = cache.drops();
+    const bool steady = known && node.records_drops == drops;
+    node.records_of = 0;  // until every input has its record again
+    for (std::size_t i = 0; i < node.inputs.size(); ++i) {
+        if (steady && node.input_steady[i]) continue;  // still valid, and not animated
+        const ChannelKey &in = node.inputs[i];
+        const InputSlot &slot = node.input_slots[i];
+        ValueRecord *found =
+            known ? const_cast<ValueRecord *>(node.input_records[i]) : cache.find(in);
+        const ValueRecord &rec = read_found(cache, in, found, slot.desc, slot.writers);
+        const bool animated = (rec.flags.load(std::memory_order_relaxed) & kAnimated) != 0;
+        if (animated) value.animated = true;
+        node.input_steady[i] = !animated;
+        node.input_records[i] = &rec;
+    }
+    node.records_of = cache.serial();
+    node.records_drops = drops;
     for (std::size_t i = 0; i < node.outputs.size(); ++i) {
         const ChannelKey &out = node.outputs[i];
-        const cine::ChannelDesc &desc = *cine::item_channel(*out.item, out.channel);
-        incoming[i] = out == key ? value : action_value(cache, out, desc);
-        outputs[i].number = incoming[i].number;
-        if (is_object(*desc.value_type)) {
-            objects[i].emplace(*desc.value_type);
-            if (out == key && object) {
-                *objects[i] = *object;
-            } else if (incoming[i].object != nullptr) {
-                *objects[i] = *incoming[i].object;
-            }
-            outputs[i].object = &*objects[i];
+        const OutputSlot &slot = node.slots[i];
+        CineModEval::Output &output = node.output_values[i];
+        output.object = slot.object ? &node.output_objects[i] : nullptr;
+        output.written = false;
+        if (out == key) {
+            output.number = value.number;
+        } else if (!slot.object) {
+            const Computed incoming =
+                action_value(cache, out, *cine::item_channel(*out.item, out.channel));
+            output.number = incoming.number;
+            node.output_animated[i] = incoming.animated;
+        } else {
+            output.number = 0.0;
+            node.output_animated[i] = false;
         }
     }
     CineModEval context;
-    context.inputs = inputs.data();
-    context.input_count = inputs.size();
-    context.outputs = outputs.data();
-    context.output_count = outputs.size();
+    context.inputs = node.input_records.data();
+    context.input_count = node.inputs.size();
+    context.outputs = node.output_values.data();
+    context.output_count = node.outputs.size();
     context.time = cache.time();
-    unsigned int result;
-    {
-        std::lock_guard lock(node.lock);
-        result = node.methods->Evaluate(node.instance, &context);
-    }
-    if (result != rc::ok) return;  // the incoming values stand
+    if (node.methods->Evaluate(node.instance, &context) != rc::ok) return;  // the incoming stand
     for (std::size_t i = 0; i < node.outputs.size(); ++i) {
         const ChannelKey &out = node.outputs[i];
+        const OutputSlot &slot = node.slots[i];
+        const CineModEval::Output &output = node.output_values[i];
         if (out == key) {
-            value.number = outputs[i].number;
-            if (objects[i]) {
-                object = std::move(objects[i]);
-                value.object = &*object;
+            value.number = output.number;
+            if (output.written) {
+                if (passing.object) {
+                    *passing.object = node.output_objects[i];
+                } else {
+                    passing.object.emplace(node.output_objects[i]);
+                }
+                value.object = &*passing.object;
+                passing.pending = false;
             }
             continue;
         }
-        const std::vector<CineModNode *> *writers = writers_of(cache.data(), out);
-        if (writers == nullptr || writers->size() != 1) continue;
+        if (!slot.sole) continue;
         ValueRecord *rec = cache.find(out);
         if (rec != nullptr && cache.current(*rec)) continue;
-        Computed done = incoming[i];
-        done.number = outputs[i].number;
-        done.object = objects[i] ? &*objects[i] : nullptr;
+        Computed done;
+        if (slot.object && !output.written) {
+            done = action_value(cache, out, *cine::item_channel(*out.item, out.channel));
+        } else {
+            done.number = output.number;
+            done.object = slot.object ? &node.output_objects[i] : nullptr;
+            done.animated = node.output_animated[i] && !slot.object;
+        }
         done.animated = done.animated || value.animated;
         done.modified = true;
         done.envelope = nullptr;
-        const cine::ChannelDesc &desc = *cine::item_channel(*out.item, out.channel);
-        cache.store(cache.record(out), done, *desc.value_type);
+        cache.store(cache.record(out), done, *slot.type);
     }
 }
 
@@ -127,19 +171,34 @@ const ValueRecord &remember_bake(CineEval &eval, const ChannelKey &key, const Va
     return rec;
 }
 
-// Computes a node's value and stores it in its record (`found`, or a new one).
+// Computes a node's value and stores it in its record (`found`, or a new one). `writers` are
+// the nodes that write it, as validation found them; without them they are looked up.
 const ValueRecord &compute(Cache &cache, const ChannelKey &key, const cine::ChannelDesc &desc,
-                           ValueRecord *found) {
+                           ValueRecord *found, const Writers *const *writers_known = nullptr) {
     // Every computation sees a validated set of nodes, whichever thread validates first.
     ensure_validated(cache.data());
-    Computed value = action_value(cache, key, desc);
-    std::optional<value::Value> object;
-    if (const std::vector<CineModNode *> *writers = writers_of(cache.data(), key)) {
-        for (CineModNode *node : *writers) {
-            if (node_runs(*node)) run_node(cache, *node, key, value, object);
-        }
-        value.modified = true;
+    const Writers *writers =
+        writers_known != nullptr ? *writers_known : writers_of(cache.data(), key);
+    if (writers == nullptr) {
+        ValueRecord &rec = found != nullptr ? *found : cache.record(key);
+        cache.store(rec, action_value(cache, key, desc), *desc.value_type);
+        return rec;
     }
+    Passing passing;
+    passing.pending = is_object(*desc.value_type);
+    if (!passing.pending) passing.value = action_value(cache, key, desc);
+    for (CineModNode *node : *writers) {
+        if (node_runs(*node)) run_node(cache, *node, key, passing);
+    }
+    Computed &value = passing.value;
+    if (passing.pending) {
+        // No node replaced the object: the action's value stands, with what the inputs made
+        // of the mark of animation.
+        const Computed base = action_value(cache, key, desc);
+        value.object = base.object;
+        value.animated = value.animated || base.animated;
+    }
+    value.modified = true;
     ValueRecord &rec = found != nullptr ? *found : cache.record(key);
     cache.store(rec, value, *desc.value_type);
     return rec;

@@ -237,6 +237,37 @@ void report_cycle(const std::vector<CineModNode *> &cycle) {
     }
 }
 
+// What a run of the node needs besides its links: the type of each output and whether the node
+// is its only writer, and the scratch lists the run fills.
+void prepare_runs(CineModNode &node, const Modifiers &mods) {
+    node.slots.clear();
+    node.output_objects.clear();
+    node.slots.reserve(node.outputs.size());
+    node.output_objects.reserve(node.outputs.size());
+    for (const ChannelKey &out : node.outputs) {
+        const cine::ChannelDesc &desc = *cine::item_channel(*out.item, out.channel);
+        const value::Kind kind = value::kind_of(*desc.value_type);
+        auto writers = mods.writers.find(out);
+        node.slots.push_back(OutputSlot{
+            desc.value_type, kind != value::Kind::floating && kind != value::Kind::integer,
+            writers != mods.writers.end() && writers->second.size() == 1});
+        node.output_objects.emplace_back(*desc.value_type);
+    }
+    node.input_slots.clear();
+    node.input_slots.reserve(node.inputs.size());
+    for (const ChannelKey &in : node.inputs) {
+        auto writers = mods.writers.find(in);
+        node.input_slots.push_back(
+            InputSlot{in.item != nullptr ? cine::item_channel(*in.item, in.channel) : nullptr,
+                      writers != mods.writers.end() ? &writers->second : nullptr});
+    }
+    node.input_records.assign(node.inputs.size(), nullptr);
+    node.input_steady.assign(node.inputs.size(), false);
+    node.records_of = 0;
+    node.output_values.assign(node.outputs.size(), CineModEval::Output{});
+    node.output_animated.assign(node.outputs.size(), false);
+}
+
 // Declares every node's links, finds the cycles and puts the rest in an order where a node
 // comes after the nodes that write its inputs.
 void link(Modifiers &mods) {
@@ -284,6 +315,7 @@ void link(Modifiers &mods) {
                   [](const CineModNode *a, const CineModNode *b) { return a->order < b->order; });
     }
     std::erase_if(mods.writers, [](const auto &entry) { return entry.second.empty(); });
+    for (CineModNode *node : mods.order) prepare_runs(*node, mods);
 }
 
 }  // namespace
@@ -372,7 +404,11 @@ void drop_item_nodes(EvalData &data, const CineItem &item) noexcept {
             return true;
         });
     }
-    // The scene has changed under the nodes: validate again before the next evaluation.
+    // The scene has changed under the nodes: validate again before the next evaluation, which
+    // finds the surviving nodes' inputs again.
+    for (auto &record : mods.records) {
+        for (auto &[key, node] : record->instances) node->records_of = 0;
+    }
     mods.validated = false;
 }
 

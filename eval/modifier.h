@@ -25,6 +25,45 @@ struct ModRecord;
 
 }  // namespace vx::eval
 
+// What a node sees while it evaluates: its inputs' records, and its outputs. Number outputs
+// come in with the values they have so far; object outputs can only be replaced, so they come
+// in empty and `written` tells whether the node replaced them.
+struct CineModEval {
+    struct Output {
+        double number = 0.0;
+        vx::value::Value *object = nullptr;  // for object channels
+        bool written = false;                // the object was set
+    };
+    const vx::eval::ValueRecord *const *inputs = nullptr;
+    std::size_t input_count = 0;
+    Output *outputs = nullptr;
+    std::size_t output_count = 0;
+    double time = 0.0;
+};
+
+struct CineModNode;
+
+namespace vx::cine {
+struct ChannelDesc;
+}  // namespace vx::cine
+
+namespace vx::eval {
+
+// What validation works out once for each input and output of a node, so that a run looks
+// nothing up.
+struct InputSlot {
+    const cine::ChannelDesc *desc = nullptr;                // null for the time node
+    const std::vector<::CineModNode *> *writers = nullptr;  // null when no node writes it
+};
+
+struct OutputSlot {
+    const ValueType *type = nullptr;
+    bool object = false;  // the channel holds an object (a matrix, text)
+    bool sole = false;    // no other node writes the channel
+};
+
+}  // namespace vx::eval
+
 // A modifier node: the instance a factory made for one (item, index) pair, with the channels it
 // reads and writes.
 struct CineModNode {
@@ -41,26 +80,28 @@ struct CineModNode {
     bool linked = false;      // Link succeeded
     bool cyclic = false;      // part of a dependency cycle: left out
     std::uint32_t order = 0;  // position in the evaluation order
-    std::mutex lock;          // held while the instance evaluates
+    // Made by validation for every node that runs, one entry per input or output. A run fills
+    // the scratch lists in place, so it allocates nothing; they belong to the thread that holds
+    // `lock`.
+    std::vector<vx::eval::InputSlot> input_slots;
+    std::vector<vx::eval::OutputSlot> slots;
+    // The input records of the last run and the cache (its serial) they are in: records never
+    // move, so the next run in that cache starts from them instead of finding them again.
+    std::vector<const vx::eval::ValueRecord *> input_records;
+    std::uint64_t records_of = 0;
+    // Inputs whose records were valid and did not depend on the time at the last run, and the
+    // cache's drop count then: while it holds still, those inputs need not be looked at.
+    std::vector<bool> input_steady;
+    std::uint64_t records_drops = 0;
+    std::vector<CineModEval::Output> output_values;
+    std::vector<vx::value::Value> output_objects;
+    std::vector<bool> output_animated;
+    std::mutex lock;  // held while the node runs: its inputs are read and the instance evaluates
 };
 
 // What a node sees while it declares its links.
 struct CineModLinks {
     CineModNode *node = nullptr;
-};
-
-// What a node sees while it evaluates: its inputs' records, and its outputs, which come in
-// with the values they have so far.
-struct CineModEval {
-    struct Output {
-        double number = 0.0;
-        vx::value::Value *object = nullptr;  // for object channels
-    };
-    const vx::eval::ValueRecord *const *inputs = nullptr;
-    std::size_t input_count = 0;
-    Output *outputs = nullptr;
-    std::size_t output_count = 0;
-    double time = 0.0;
 };
 
 namespace vx::eval {

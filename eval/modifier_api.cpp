@@ -82,6 +82,7 @@ VX_API void CineModSetOutputMatrix(CineModEval *eval, unsigned int index, const 
     vx::value::Matrix4 m;
     for (std::size_t i = 0; i < m.size(); ++i) m[i] = matrix[i];
     out->object->set_matrix(m);
+    out->written = true;
 }
 
 VX_API double CineModTime(CineModEval *eval) {

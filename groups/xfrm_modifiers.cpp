@@ -144,8 +144,8 @@ bool link_core(Node &node, CineModLinks *links) {
 
 template <bool World>
 void eval_core(Node &node, CineModEval *eval) {
-    mat::Matrix4 local = mat::identity();
-    for (std::uint32_t i = 0; i < node.members; ++i) mat::compose(local, input_matrix(eval, i));
+    mat::Matrix4 local = node.members > 0 ? input_matrix(eval, 0) : mat::identity();
+    for (std::uint32_t i = 1; i < node.members; ++i) mat::compose(local, input_matrix(eval, i));
     std::uint32_t at = node.members;
     const mat::Matrix4 parent_world =
         node.has_parent != 0 ? input_matrix(eval, at++) : mat::identity();
@@ -164,7 +164,7 @@ void eval_core(Node &node, CineModEval *eval) {
         if (pos) mat::compose(inherited, parent_pos);
     }
     if (World) {
-        set_matrix(eval, 0, mat::multiply(local, inherited));
+        set_matrix(eval, 0, node.has_parent != 0 ? mat::multiply(local, inherited) : local);
     } else {
         set_matrix(eval, 0, local);
         set_matrix(eval, 1, inherited);

@@ -38,8 +38,10 @@ void put(std::vector<unsigned char> &bytes, const float *f, int n) {
 class Reader {
   public:
     Reader(const unsigned char *data, std::size_t size) : data_(data), size_(size) {}
+    // A word past the end reads as 0 (callers check the size first; this keeps a slip safe).
     std::uint32_t word() {
         std::uint32_t w = 0;
+        if (at_ + 4 > size_) return 0;
         for (int i = 0; i < 4; ++i)
             w |= std::uint32_t{data_[at_ + static_cast<std::size_t>(i)]} << (8 * i);
         at_ += 4;

@@ -27,7 +27,8 @@ bool field(std::string_view rest, const RenderOutputNameFields &f, std::string &
     } else if (name == "output") {
         value = f.output != nullptr ? f.output : "";
     } else if (name == "LR") {
-        value = f.eye == 1 ? "L" : f.eye == 2 ? "R" : "";
+        value.clear();
+        if (f.eye == 1 || f.eye == 2) value += f.eye == 1 ? 'L' : 'R';
     } else if (!name.empty() && name.find_first_not_of('F') == std::string_view::npos) {
         const long long frame = f.frame;
         const unsigned long long magnitude = frame < 0

@@ -240,7 +240,7 @@ std::size_t interpolate(const Surface &s, std::vector<float> &storage, const flo
         total += static_cast<std::size_t>(channel < 0 ? level.GetNumVertices()
                                                       : level.GetNumFVarValues(channel));
     }
-    storage.resize(D * total);
+    storage = std::vector<float>(D * total);
     std::memcpy(storage.data(), base, D * base_count * sizeof(float));
     Far::PrimvarRefiner primvar(r);
     auto *all = reinterpret_cast<Value<D> *>(storage.data());
@@ -311,7 +311,7 @@ RefinedSlot *fill(Surface &s, int channel, const float *base, std::size_t base_c
     slot->values = std::move(storage);
     slot->first = D * last_start;
     const auto *last = reinterpret_cast<const Value<D> *>(slot->refined());
-    slot->limits.resize(D * last_count);
+    slot->limits = std::vector<float>(D * last_count);
     auto *limits = reinterpret_cast<Value<D> *>(slot->limits.data());
     Far::PrimvarRefiner primvar(r);
     if (channel < 0) {

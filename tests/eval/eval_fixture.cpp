@@ -1,5 +1,7 @@
 #include "eval_fixture.h"
 
+#include <cmath>
+
 #include <vexor/log.h>
 #include <vexor/package.h>
 #include <vexor/sys/component.h>
@@ -50,6 +52,7 @@ unsigned evaluate(void *obj, CineModEval *eval) {
     for (unsigned i = 0; i < rule.inputs.size(); ++i) in.push_back(CineModInput(eval, i));
     const double result = rule.fn(in, CineModTime(eval));
     if (rule.matrix) {
+        if (std::isnan(result)) return VX_OK;  // the node leaves the matrix as it came
         double m[16] = {1, 0, 0, result, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
         CineModSetOutputMatrix(eval, 0, m);
     } else {

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
 #include <string>
 #include <vector>
@@ -29,13 +30,14 @@ struct Rule {
     std::function<double(const std::vector<double> &, double time)> fn;
     bool time = false;
     bool refuse = false;  // the factory fails to make the node
-    bool matrix = false;  // the output is a matrix: a translation by fn's result along x
+    bool matrix = false;  // the output is a matrix: a translation by fn's result along x, or
+                          // nothing written when the result is NaN
 };
 
 struct TestModifier {
     std::string type = "probe";
     std::vector<Rule> rules;
-    int runs = 0;  // node evaluations
+    std::atomic<int> runs{0};  // node evaluations, on any thread
 };
 
 class EvalTest : public ::testing::Test {

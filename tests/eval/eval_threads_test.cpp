@@ -1,7 +1,8 @@
 // Private evaluators read channels on several threads while the main thread evaluates with
 // shared ones. Each thread reads animated channels whose envelopes only it evaluates (an
 // envelope may not be evaluated by two threads at once), constants and defaults that every
-// thread reads, and the output of one modifier node that every thread runs.
+// thread reads, the output of one modifier node that every thread runs, and a matrix written by
+// a node that reads what another node writes.
 #include <atomic>
 #include <cmath>
 #include <thread>
@@ -29,6 +30,14 @@ TEST_F(Threads, PrivateEvaluatorsReadOnWorkersWhileTheMainThreadEvaluates) {
     ASSERT_EQ(CineActionSetConstant(edit, blend,
                                     unsigned(CineItemLookupChannel(blend, "timeWeight")), 1.0),
               1);
+    // Every probe gets the two nodes; only one probe's matrix is read: 2 (1 + t).
+    TestModifier chained;
+    Rule first{{"a"}, "c", [](const std::vector<double> &in, double t) { return in[0] + t; }};
+    Rule second{{"c"}, "m", [](const std::vector<double> &in, double) { return 2.0 * in[0]; }};
+    first.time = second.matrix = true;
+    chained.rules = {second, first};
+    add_modifier("chained", chained);
+    CineItem *moved = probe();
     CineItem *common = probe();
     ASSERT_EQ(CineActionSetConstant(edit, common, kB, 42.0), 1);
     // Items of worker w start at w and rise by 10 over one second; the main thread's are last.
@@ -49,6 +58,8 @@ TEST_F(Threads, PrivateEvaluatorsReadOnWorkersWhileTheMainThreadEvaluates) {
         if (CineEvalChannel(ev, common, kB) != 42.0) ++wrong;
         if (CineEvalChannel(ev, common, kA) != 1.0) ++wrong;
         if (std::fabs(CineEvalChannel(ev, blend, output) - (1.0 + time)) > 1e-9) ++wrong;
+        const auto *m = static_cast<const double *>(CineEvalChannelVal(ev, moved, kMatrix));
+        if (m == nullptr || std::fabs(m[3] - 2.0 * (1.0 + time)) > 1e-9) ++wrong;
     };
     std::vector<std::thread> workers;
     for (std::size_t w = 0; w < kWorkers; ++w) {

@@ -1,6 +1,7 @@
 // Modifiers: the shipped linear blend, validation (absent types, failed nodes, cycles), the
 // order in which nodes run, matrix outputs, and validation again after the scene changes.
 #include <algorithm>
+#include <cmath>
 
 #include "eval/eval_data.h"
 #include "eval/modifier_builtin.h"
@@ -87,6 +88,37 @@ TEST_F(Modifiers, NodesRunAfterTheNodesThatWriteTheirInputsAndOnlyTimedOnesRunAg
     EXPECT_EQ(chain.runs, runs);
     m = static_cast<const double *>(CineEvalChannelVal(ev, item, kMatrix));
     EXPECT_DOUBLE_EQ(m[3], 5.0);
+}
+
+TEST_F(Modifiers, AMatrixNoNodeWritesKeepsWhatCameBeforeAtEveryTime) {
+    // Two nodes write "m" in turn: before t = 1 neither writes, so the action's matrix stands;
+    // from 1 the first does (a + t); from 2 the second does too (10 t) and its matrix wins.
+    TestModifier mod;
+    Rule first{{"a"}, "m", [](const std::vector<double> &in, double t) {
+                   return t < 1.0 ? std::nan("") : in[0] + t;
+               }};
+    Rule second{{}, "m", [](const std::vector<double> &, double t) {
+                    return t < 2.0 ? std::nan("") : 10.0 * t;
+                }};
+    first.time = first.matrix = second.time = second.matrix = true;
+    mod.rules = {first, second};
+    add_modifier("movers", mod);
+    CineItem *item = probe();
+    const double held[16] = {2, 0, 0, 7, 0, 2, 0, 0, 0, 0, 2, 0, 0, 0, 0, 1};
+    ASSERT_EQ(CineActionSetConstantMatrix(action(9), item, kMatrix, held), 1);
+    CineEval *ev = evaluated(0.5);
+    const struct {
+        double time, x, scale;
+    } rows[] = {{0.5, 7.0, 2.0}, {1.5, 2.5, 1.0}, {2.5, 25.0, 1.0}, {0.25, 7.0, 2.0}};
+    for (const auto &row : rows) {
+        CineEvalSetTime(ev, row.time);
+        for (int pass = 0; pass < 2; ++pass) {  // computed, then a cache hit
+            const auto *m = static_cast<const double *>(CineEvalChannelVal(ev, item, kMatrix));
+            ASSERT_NE(m, nullptr);
+            EXPECT_DOUBLE_EQ(m[3], row.x) << row.time;
+            EXPECT_DOUBLE_EQ(m[0], row.scale) << row.time;
+        }
+    }
 }
 
 TEST_F(Modifiers, ACycleIsReportedAndLeftOutWhileOtherNodesRun) {

@@ -78,8 +78,8 @@ void draw_text(image_io::Image &image, const char *text, int cx, int top) {
 // halves of "overlay", "hardlight" and "softlight" all show.
 void ramps(int size, std::vector<float> &base, std::vector<float> &layer) {
     const auto n = static_cast<std::size_t>(size);
-    base.resize(n * n * 3);
-    layer.resize(n * n * 3);
+    base = std::vector<float>(n * n * 3);
+    layer = std::vector<float>(n * n * 3);
     for (int y = 0; y < size; ++y) {
         const float v = static_cast<float>(y) / static_cast<float>(size - 1);
         for (int x = 0; x < size; ++x) {

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "bounds.h"
+#include "options.h"
 
 #include <vexor/env_eval.h>
 
@@ -228,12 +229,92 @@ void write_keys(std::FILE *f, const Frame &fr, const PlottedCurve &c, const char
     }
 }
 
+// Each curve's colour follows from its name, so a channel has one colour whichever command
+// draws it; curves of one picture whose names meet on a colour take the next free one.
+std::vector<const char *> colours_for(const std::vector<PlottedCurve> &curves) {
+    std::vector<const char *> colours;
+    std::vector<bool> used(kColourCount, false);
+    for (const PlottedCurve &c : curves) {
+        std::uint32_t hash = 2166136261u;  // FNV-1a
+        for (const char ch : c.name) hash = (hash ^ static_cast<unsigned char>(ch)) * 16777619u;
+        std::size_t i = hash % kColourCount;
+        if (curves.size() <= kColourCount) {
+            while (used[i]) i = (i + 1) % kColourCount;
+        }
+        used[i] = true;
+        colours.push_back(kColours[i]);
+    }
+    return colours;
+}
+
+// Where each envelope's keys begin and end, dashed in its colour: before the first key the pre
+// behaviour holds, after the last the post behaviour. Named when there are few curves.
+void write_keyed_spans(std::FILE *f, const Frame &fr, const std::vector<PlottedCurve> &curves,
+                       const std::vector<const char *> &colours) {
+    const double y0 = kTop, y1 = kPlotHeight - kBottom;
+    for (std::size_t i = 0; i < curves.size(); ++i) {
+        Envelope *env = curves[i].env;
+        if (env == nullptr || EnvFirstKey(env) == nullptr) continue;
+        double first = 0.0, last = 0.0;
+        EnvBoundsTime(env, &first, &last);
+        const struct {
+            double time;
+            const char *label;
+            unsigned behavior;
+            const char *anchor;
+            double dx;
+        } ends[] = {{first, "pre: ", EnvPreBehavior(env), "end", -4.0},
+                    {last, "post: ", EnvPostBehavior(env), "start", 4.0}};
+        for (const auto &end : ends) {
+            if (end.time <= fr.t0 || end.time >= fr.t1) continue;
+            const double x = fr.x(end.time);
+            std::fprintf(f,
+                         "<line x1='%.2f' y1='%.1f' x2='%.2f' y2='%.1f' stroke='%s' "
+                         "stroke-width='1' stroke-dasharray='2 4' opacity='0.7'/>\n",
+                         x, y0, x, y1, colours[i]);
+            if (curves.size() <= 3) {
+                std::fprintf(f,
+                             "<text x='%.2f' y='%.1f' text-anchor='%s' font-size='10' "
+                             "fill='%s'>%s%s</text>\n",
+                             x + end.dx, y0 + 12.0 + 12.0 * static_cast<double>(i), end.anchor,
+                             colours[i], end.label, behavior_name(end.behavior));
+            }
+        }
+    }
+}
+
+// What the symbols mean, top right.
+void write_symbol_legend(std::FILE *f) {
+    const double y = 28.0;
+    double x = kWidth - kRight - 470.0;
+    std::fprintf(f,
+                 "<circle cx='%.1f' cy='%.1f' r='4.5' fill='#555'/><text x='%.1f' y='%.1f'>key"
+                 "</text>\n",
+                 x, y - 4, x + 8, y);
+    x += 44;
+    std::fprintf(f,
+                 "<circle cx='%.1f' cy='%.1f' r='4' fill='white' stroke='#555' "
+                 "stroke-width='1.5'/><text x='%.1f' y='%.1f'>other side of a broken key</text>\n",
+                 x, y - 4, x + 8, y);
+    x += 178;
+    std::fprintf(f,
+                 "<rect x='%.1f' y='%.1f' width='6' height='6' fill='white' stroke='#555'/>"
+                 "<text x='%.1f' y='%.1f'>tangent handle</text>\n",
+                 x - 3, y - 7, x + 8, y);
+    x += 104;
+    std::fprintf(f,
+                 "<line x1='%.1f' y1='%.1f' x2='%.1f' y2='%.1f' stroke='#555' "
+                 "stroke-dasharray='2 4'/><text x='%.1f' y='%.1f'>first/last key</text>\n",
+                 x, y - 12, x, y + 2, x + 6, y);
+}
+
 std::size_t legend_rows(std::size_t curves) {
     return (curves + kLegendColumns - 1) / kLegendColumns;
 }
 
 // Under the plot: a swatch of each curve's colour and its name, in columns.
-void write_legend(std::FILE *f, const std::vector<PlottedCurve> &curves) {
+void write_legend(std::FILE *f, const std::vector<PlottedCurve> &curves,
+                  const std::vector<const char *> &colours) {
     const double column = (kWidth - kLeft - kRight) / static_cast<double>(kLegendColumns);
     for (std::size_t i = 0; i < curves.size(); ++i) {
         const double x = kLeft + column * static_cast<double>(i % kLegendColumns);
@@ -241,7 +322,7 @@ void write_legend(std::FILE *f, const std::vector<PlottedCurve> &curves) {
         std::fprintf(f,
                      "<line x1='%.1f' y1='%.1f' x2='%.1f' y2='%.1f' stroke='%s' "
                      "stroke-width='3'/>\n",
-                     x, y - 4, x + 24, y - 4, kColours[i % kColourCount]);
+                     x, y - 4, x + 24, y - 4, colours[i]);
         std::fprintf(f, "<text x='%.1f' y='%.1f'>%s</text>\n", x + 32, y,
                      svg_text(curves[i].name).c_str());
     }
@@ -274,19 +355,25 @@ bool write_curve_plot(const char *path, const std::vector<PlottedCurve> &curves,
     std::fprintf(f, "<rect width='100%%' height='100%%' fill='white'/>\n");
     std::fprintf(f, "<text x='%.1f' y='28' font-size='16' font-weight='bold'>%s</text>\n", kLeft,
                  svg_text(title).c_str());
+    write_symbol_legend(f);
     write_axes(f, fr);
+    const std::vector<const char *> colours = colours_for(curves);
+    write_keyed_spans(f, fr, curves, colours);
+    // Curves stay inside the plot area; keys and handles get a margin, so a key on an edge of
+    // the span is drawn whole.
+    const double margin = 8.0;
     std::fprintf(f,
                  "<clipPath id='plot'><rect x='%.1f' y='%.1f' width='%.1f' height='%.1f'/>"
-                 "</clipPath>\n<g clip-path='url(#plot)'>\n",
-                 kLeft, kTop, kWidth - kLeft - kRight, kPlotHeight - kTop - kBottom);
-    for (std::size_t i = 0; i < curves.size(); ++i) {
-        write_curve(f, fr, curves[i], kColours[i % kColourCount]);
-    }
-    for (std::size_t i = 0; i < curves.size(); ++i) {
-        write_keys(f, fr, curves[i], kColours[i % kColourCount]);
-    }
+                 "</clipPath>\n<clipPath id='keys'><rect x='%.1f' y='%.1f' width='%.1f' "
+                 "height='%.1f'/></clipPath>\n<g clip-path='url(#plot)'>\n",
+                 kLeft, kTop, kWidth - kLeft - kRight, kPlotHeight - kTop - kBottom, kLeft - margin,
+                 kTop - margin, kWidth - kLeft - kRight + 2 * margin,
+                 kPlotHeight - kTop - kBottom + 2 * margin);
+    for (std::size_t i = 0; i < curves.size(); ++i) write_curve(f, fr, curves[i], colours[i]);
+    std::fputs("</g>\n<g clip-path='url(#keys)'>\n", f);
+    for (std::size_t i = 0; i < curves.size(); ++i) write_keys(f, fr, curves[i], colours[i]);
     std::fputs("</g>\n", f);
-    write_legend(f, curves);
+    write_legend(f, curves, colours);
     double top = plot_height;
     for (const SvgPanel &panel : panels) {
         panel.draw(f, top, kWidth);

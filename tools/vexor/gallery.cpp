@@ -4,6 +4,7 @@
 // with stored weights and a broken tangent). One edit is undone and redone through the undo
 // system; then the curves are printed frame by frame and drawn to an SVG picture. Last, a
 // cube mesh is built, a selection marked on it and enumerated.
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -138,7 +139,107 @@ unsigned print_polygon(MeshPolygon *polygon, void *, void *) {
     return 0;
 }
 
-int show_mesh() {
+// The cube as the picture shows it: its faces seen from the front, above and to the right, in
+// the order they are painted (farthest first), and its corners, with what is marked on them.
+struct CubePicture {
+    struct Face {
+        double x[4], y[4];
+        double depth;
+        bool selected;
+    };
+    struct Corner {
+        double x, y;
+        bool selected, hidden;
+    };
+    std::vector<Face> faces;
+    std::vector<Corner> corners;
+};
+
+void project(const double p[3], double &x, double &y, double &depth) {
+    x = p[0] * 0.9 - p[2] * 0.45;
+    y = -(p[1] * 0.9 + p[2] * 0.3 - p[0] * 0.1);
+    depth = -p[2] * 0.8 + p[0] * 0.2 + p[1] * 0.3;
+}
+
+CubePicture picture_of(Mesh *mesh, MeshVertex *const (&corners)[8],
+                       MeshPolygon *const (&polygons)[6], std::uint32_t selected,
+                       std::uint32_t hidden) {
+    CubePicture picture;
+    for (MeshPolygon *polygon : polygons) {
+        CubePicture::Face face{};
+        for (int k = 0; k < 4; ++k) {
+            double p[3] = {0.0, 0.0, 0.0}, depth = 0.0;
+            MeshVertexPos(mesh, MeshPolVrtByIndex(polygon, k), p);
+            project(p, face.x[k], face.y[k], depth);
+            face.depth += depth / 4.0;
+        }
+        face.selected = (MeshPolygonMarks(polygon) & selected) != 0;
+        picture.faces.push_back(face);
+    }
+    std::sort(
+        picture.faces.begin(), picture.faces.end(),
+        [](const CubePicture::Face &a, const CubePicture::Face &b) { return a.depth > b.depth; });
+    for (MeshVertex *corner : corners) {
+        double p[3] = {0.0, 0.0, 0.0}, x = 0.0, y = 0.0, depth = 0.0;
+        MeshVertexPos(mesh, corner, p);
+        project(p, x, y, depth);
+        const std::uint32_t marks = MeshVertexMarks(corner);
+        picture.corners.push_back({x, y, (marks & selected) != 0, (marks & hidden) != 0});
+    }
+    return picture;
+}
+
+// The cube under the curves: selected faces filled, selected corners as dots, the hidden one
+// crossed out, and a key to the symbols.
+SvgPanel cube_panel(const CubePicture &picture) {
+    return SvgPanel{
+        280.0, [picture](std::FILE *f, double top, double width) {
+            const double cx = 200.0, cy = top + 140.0, scale = 80.0;
+            std::fprintf(f,
+                         "<text x='72' y='%.1f' font-size='14' font-weight='bold'>"
+                         "The cube mesh and its selection</text>\n",
+                         top + 20.0);
+            for (const CubePicture::Face &face : picture.faces) {
+                std::fputs("<polygon points='", f);
+                for (int k = 0; k < 4; ++k) {
+                    std::fprintf(f, "%.1f,%.1f ", cx + scale * face.x[k], cy + scale * face.y[k]);
+                }
+                std::fprintf(f,
+                             "' fill='%s' stroke='#444' stroke-width='1.2' "
+                             "fill-opacity='0.85'/>\n",
+                             face.selected ? "#f5b041" : "#eeeeee");
+            }
+            for (const CubePicture::Corner &c : picture.corners) {
+                const double x = cx + scale * c.x, y = cy + scale * c.y;
+                if (c.hidden) {
+                    std::fprintf(f,
+                                 "<circle cx='%.1f' cy='%.1f' r='5' fill='white' "
+                                 "stroke='#c0392b' stroke-width='1.5'/><path d='M%.1f "
+                                 "%.1f l8 8 m0 -8 l-8 8' stroke='#c0392b'/>\n",
+                                 x, y, x - 4, y - 4);
+                } else {
+                    std::fprintf(f, "<circle cx='%.1f' cy='%.1f' r='4' fill='%s'/>\n", x, y,
+                                 c.selected ? "#b9770e" : "#888");
+                }
+            }
+            const double lx = width / 2.0, ly = top + 90.0;
+            std::fprintf(f,
+                         "<rect x='%.1f' y='%.1f' width='14' height='10' fill='#f5b041' "
+                         "stroke='#444'/><text x='%.1f' y='%.1f'>selected polygon "
+                         "(right, top)</text>\n"
+                         "<circle cx='%.1f' cy='%.1f' r='4' fill='#b9770e'/><text "
+                         "x='%.1f' y='%.1f'>selected vertex</text>\n"
+                         "<circle cx='%.1f' cy='%.1f' r='5' fill='white' "
+                         "stroke='#c0392b'/><text x='%.1f' y='%.1f'>hidden vertex, "
+                         "left out of the filtered walk</text>\n"
+                         "<circle cx='%.1f' cy='%.1f' r='4' fill='#888'/><text "
+                         "x='%.1f' y='%.1f'>vertex not selected</text>\n",
+                         lx, ly - 9, lx + 22, ly, lx + 7, ly + 20, lx + 22, ly + 24, lx + 7,
+                         ly + 44, lx + 22, ly + 48, lx + 7, ly + 68, lx + 22, ly + 72);
+        }};
+}
+
+int show_mesh(CubePicture &picture) {
     if (MeshStartup() == 0) return 1;
     Mesh *mesh = MeshCreate();
     if (mesh == nullptr) {
@@ -193,6 +294,7 @@ int show_mesh() {
     const unsigned selected = MeshMarkVrts(mesh, kSelected, 0);
     const unsigned visible = MeshMarkVrts(mesh, filter, 0);
     std::printf("  %u vertices selected, %u of them visible\n", selected, visible);
+    picture = picture_of(mesh, corners, polygons, kSelected, kHidden);
     MeshDestroy(mesh);
     MeshShutdown();
     return 0;
@@ -221,13 +323,21 @@ int vexor_gallery(int argc, char **argv) {
     std::printf("Values every quarter second (%g frames per second):\n", kFps);
     print_value_table(stdout, curves, span, kFps, 6);
 
-    const bool written = write_curve_plot(svg_path, curves, span, "vexor gallery: envelopes");
+    CubePicture cube;
+    const int meshed = show_mesh(cube);
+    const bool written =
+        meshed == 0 && write_curve_plot(svg_path, curves, span,
+                                        "vexor gallery: envelopes and a mesh", {cube_panel(cube)});
     UndoSysShutdown();
     for (const PlottedCurve &c : curves) EnvDestroyNoUndo(c.env);
+    if (meshed != 0) return meshed;
     if (!written) {
         std::perror(("vexor gallery: writing " + std::string(svg_path)).c_str());
         return 1;
     }
-    std::printf("\nPlot of the curves, keys and tangent handles written to %s\n", svg_path);
-    return show_mesh();
+    std::printf(
+        "\nPlot of the curves, keys and tangent handles, and of the cube with its "
+        "selection, written to %s\n",
+        svg_path);
+    return 0;
 }
