@@ -1,7 +1,9 @@
 // Gathering from the irradiance cache: the octree descent, the four-wide test of each block, and
 // the estimate that stores a new value when the gather finds too few.
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstddef>
 #include <cstring>
 
 #if defined(__SSE__)
@@ -37,9 +39,10 @@ struct Gather {
     IrrCacheQuery *out;
 };
 
-F load(const float (&a)[4]) noexcept {
+// Four floats from `at` on.
+F load(const void *at) noexcept {
     F v;
-    std::memcpy(&v, a, sizeof v);
+    std::memcpy(&v, at, sizeof v);
     return v;
 }
 
@@ -114,41 +117,60 @@ void reach_depth(Gather &g, int depth) noexcept {
     }
 }
 
+// The children chosen by which of their grown boxes hold the point along each axis: entry
+// lower | upper << 3 for the axes (bits 0 to 2) along which the lower and upper children hold it.
+constexpr auto kChildrenHolding = [] {
+    constexpr unsigned lower[3] = {0x55, 0x33, 0x0F}, upper[3] = {0xAA, 0xCC, 0xF0};
+    std::array<std::uint8_t, 64> table{};
+    for (unsigned entry = 0; entry < 64; ++entry) {
+        unsigned children = 0xFF;
+        for (unsigned axis = 0; axis < 3; ++axis) {
+            children &= ((entry >> axis & 1u) != 0 ? lower[axis] : 0u) |
+                        ((entry >> (axis + 3) & 1u) != 0 ? upper[axis] : 0u);
+        }
+        table[entry] = static_cast<std::uint8_t>(children);
+    }
+    return table;
+}();
+
+// The axes (bits 0 to 2) along which `offset` lies outside [-margin, reach].
+unsigned axes_outside(F offset, float margin, float reach) noexcept {
+    return lanes_set((offset < -margin) | (offset > reach)) & 7u;
+}
+
 // The octree below one top node, without recursion: a node is searched, and its children
-// looked at, when the query point lies in its box grown by the margin of its size.
+// looked at, when the query point lies in its box grown by the margin of its size. Points and
+// corners are held x, y, z in the first three lanes.
 void descend(const Node &top, const double top_corner[3], Gather &g) noexcept {
     struct Cell {
+        F corner;
         const Node *node;
-        float corner[3];
         int depth;
     };
+    const F q = {g.q[0], g.q[1], g.q[2], 0.0f};
     // Whether a value below a node can reach the point: a node that fails holds nothing to
     // search, here or below, and is never put on the stack. (Its values' acceptance radii are at
-    // most that of its largest radius.)
-    const auto reaches = [&g](const Node &node) {
+    // most that of its largest radius.) The bound's low and high corners are read four floats
+    // at a time, the fourth lane ignored.
+    const auto reaches = [&g, q](const Node &node) {
         const Bound &bound = node.bounds[g.list];
         const float reach = std::min(std::max(bound.max_radius * g.half_scale, g.low), g.high);
-        const bool out = (g.q[0] < bound.low[0] - reach) | (g.q[0] > bound.high[0] + reach) |
-                         (g.q[1] < bound.low[1] - reach) | (g.q[1] > bound.high[1] + reach) |
-                         (g.q[2] < bound.low[2] - reach) | (g.q[2] > bound.high[2] + reach);
-        return bound.max_radius != 0.0f && !out;
+        const char *bytes = reinterpret_cast<const char *>(&bound);
+        const F low = load(bytes + offsetof(Bound, low)),
+                high = load(bytes + offsetof(Bound, high));
+        const unsigned out = lanes_set((q < low - reach) | (q > high + reach)) & 7u;
+        return bound.max_radius != 0.0f && out == 0;
     };
     if (!reaches(top)) return;
+    const F top_at = {static_cast<float>(top_corner[0]), static_cast<float>(top_corner[1]),
+                      static_cast<float>(top_corner[2]), 0.0f};
+    if (axes_outside(q - top_at, g.margin_at[0], g.edge_at[0] + g.margin_at[0]) != 0) return;
+    // Lanes picking the upper side, by child index.
+    static const M kUpperSide[8] = {{0, 0, 0, 0},  {-1, 0, 0, 0},  {0, -1, 0, 0},  {-1, -1, 0, 0},
+                                    {0, 0, -1, 0}, {-1, 0, -1, 0}, {0, -1, -1, 0}, {-1, -1, -1, 0}};
     Cell stack[8 * (kMaxDepth + 1)];
     int size = 0;
-    stack[size++] = {&top,
-                     {static_cast<float>(top_corner[0]), static_cast<float>(top_corner[1]),
-                      static_cast<float>(top_corner[2])},
-                     0};
-    {
-        const float m = g.margin_at[0], reach = g.edge_at[0] + m;
-        for (int axis = 0; axis < 3; ++axis) {
-            const float offset = g.q[axis] - stack[0].corner[axis];
-            if (offset < -m || offset > reach) return;
-        }
-    }
-    // Per axis, the children (as a set of child indices) on the lower and on the upper side.
-    static constexpr unsigned kLower[3] = {0x55, 0x33, 0x0F}, kUpper[3] = {0xAA, 0xCC, 0xF0};
+    stack[size++] = {top_at, &top, 0};
     while (size > 0) {
         const Cell cell = stack[--size];
         for (const Block *b = cell.node->lists[g.list].first; b != nullptr; b = b->next) {
@@ -159,26 +181,14 @@ void descend(const Node &top, const double top_corner[3], Gather &g) noexcept {
         const int depth = cell.depth + 1;
         if (depth >= g.depths) reach_depth(g, depth);
         const float half = g.edge_at[depth], m = g.margin_at[depth], grown = half + m;
-        // Which children's grown boxes hold the point, axis by axis.
-        float upper[3];
-        unsigned wanted = 0xFF;
-        for (int axis = 0; axis < 3; ++axis) {
-            upper[axis] = cell.corner[axis] + half;
-            const float low_offset = g.q[axis] - (cell.corner[axis] + 0.0f);
-            const float high_offset = g.q[axis] - upper[axis];
-            const bool low_in = !(low_offset < -m || low_offset > grown);
-            const bool high_in = !(high_offset < -m || high_offset > grown);
-            wanted &= (low_in ? kLower[axis] : 0u) | (high_in ? kUpper[axis] : 0u);
-        }
+        const F lower = cell.corner + 0.0f, upper = cell.corner + half;
+        unsigned wanted = kChildrenHolding[(~axes_outside(q - lower, m, grown) & 7u) |
+                                           (~axes_outside(q - upper, m, grown) & 7u) << 3];
         for (; wanted != 0; wanted &= wanted - 1) {
             const int i = __builtin_ctz(wanted);
             const Node *child = cell.node->children[i];
             if (child == nullptr || !reaches(*child)) continue;
-            stack[size++] = {child,
-                             {(i & 1) != 0 ? upper[0] : cell.corner[0] + 0.0f,
-                              (i & 2) != 0 ? upper[1] : cell.corner[1] + 0.0f,
-                              (i & 4) != 0 ? upper[2] : cell.corner[2] + 0.0f},
-                             depth};
+            stack[size++] = {lanes::select(kUpperSide[i], upper, lower), child, depth};
         }
     }
 }
