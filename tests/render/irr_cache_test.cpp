@@ -2,6 +2,7 @@
 // the file in both versions and every way it can be damaged, and radiance maps.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
@@ -151,6 +152,80 @@ TEST_F(CacheTest, EveryValueIsFoundWhereverTheOctreePutIt) {
         EXPECT_GE(query(v[0] + 0.49f * v[3], v[1], 0).count, 1u);
     }
     EXPECT_EQ(IrrCacheNumValues(cache), 300u);
+}
+
+// The gather's answer from every stored value, one at a time: the octree's margins cover every
+// value's acceptance radius, so its descent and pruning must find exactly these.
+IrrCacheQuery every_value(const std::vector<IrrCacheValue> &all, IrrCacheQuery q, int pass,
+                          float cosine, float low, float high, float scale) {
+    const int kind = (q.flags & IRR_QUERY_SECOND_LIST) != 0 ? 1 : 0;
+    for (const IrrCacheValue &v : all) {
+        float d[3], d2 = 0, dot = 0, plane = 0;
+        for (int c = 0; c < 3; ++c) {
+            d[c] = q.position[c] - v.position[c];
+            d2 += d[c] * d[c], dot += q.normal[c] * v.normal[c], plane += d[c] * v.normal[c];
+        }
+        const float accept = std::min(std::max(v.radius * 0.5f * scale, low), high);
+        if (v.kind != kind || !(d2 < accept * accept) ||
+            (kind == 0 && static_cast<int>(v.pass) == pass) || !(dot > cosine) ||
+            !(std::fabs(plane) <= std::min(q.footprint, 0.75f * v.radius))) {
+            continue;
+        }
+        const float dist = std::sqrt(d2);
+        const float e = std::max(dist / accept,
+                                 std::sqrt(std::max(0.0f, 1.0f - dot)) / std::sqrt(1.0f - cosine));
+        if (1.0f - e <= 0.0f) continue;
+        q.weight += 1.0f - e;
+        q.count += dist < 0.0001f ? 16 : 1;
+    }
+    return q;
+}
+
+TEST_F(CacheTest, TheDescentFindsWhatEveryValueTestedAloneWouldGive) {
+    struct Setting {
+        int pass;
+        float min_distance, max_distance, scale;
+        unsigned flags;
+    };
+    const Setting settings[] = {{1, 0.0f, 10.0f, 1.0f, IRR_QUERY_SECOND_LIST},
+                                {0, 0.0f, 10.0f, 1.0f, 0},
+                                {1, 0.3f, 10.0f, 1.5f, IRR_QUERY_SECOND_LIST},
+                                {2, 0.0f, 0.4f, 0.5f, 0}};
+    std::uint64_t seed = 11;
+    const auto next = [&seed](float lo, float hi) {
+        seed = seed * 6364136223846793005ull + 1442695040888963407ull;
+        return lo + (hi - lo) * static_cast<float>(seed >> 40) / 16777216.0f;
+    };
+    for (int i = 0; i < 3000; ++i) {
+        const float p[3] = {next(-8, 8), next(-8, 8), next(-0.3f, 0.3f)};
+        const float n[3] = {next(-0.1f, 0.1f), 0, 1};
+        if (i == 1000) IrrCacheSetPass(nullptr, 1, 0.0f, 1000.0f, 1.0f);
+        ASSERT_EQ(store(p, next(0.05f, i % 97 == 0 ? 6.0f : 1.0f), i % 3 == 0 ? 1 : 0, n), 1);
+    }
+    std::vector<IrrCacheValue> all;
+    IrrCacheForEachValue(
+        cache,
+        [](void *to, const IrrCacheValue *v) {
+            static_cast<std::vector<IrrCacheValue> *>(to)->push_back(*v);
+        },
+        &all);
+    for (const Setting &s : settings) {
+        unsigned found = 0;
+        IrrCacheSetPass(nullptr, s.pass, s.min_distance, s.max_distance, s.scale);
+        const float cosine = s.pass != 0 ? 0.984807753012208f : 0.9396926207859083f;
+        for (int i = 0; i < 300; ++i) {
+            const float n[3] = {next(-0.1f, 0.1f), 0, 1};
+            IrrCacheQuery q = query(next(-9, 9), next(-9, 9), next(-0.3f, 0.3f), s.flags, n);
+            IrrCacheQuery alone = q;
+            alone.count = 0, alone.weight = 0;
+            alone = every_value(all, alone, s.pass, cosine, s.min_distance * s.scale,
+                                s.max_distance * s.scale, s.scale);
+            ASSERT_EQ(q.count, alone.count) << "query " << i;
+            ASSERT_NEAR(q.weight, alone.weight, 1e-4f * (1.0f + alone.weight)) << "query " << i;
+            found += q.count;
+        }
+        EXPECT_GT(found, 50u);  // the queries meet values, not only empty space
+    }
 }
 
 // ---- Blocks, nodes and memory ----
