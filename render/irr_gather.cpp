@@ -4,6 +4,10 @@
 #include <cmath>
 #include <cstring>
 
+#if defined(__SSE__)
+#include <xmmintrin.h>
+#endif
+
 #include "foundation/guard.h"
 #include "foundation/lanes.h"
 #include "render/irr_cache.h"
@@ -13,6 +17,7 @@ namespace vx::irr {
 namespace {
 
 using F = lanes::Vec<float, 4>;
+using M = decltype(F{} < F{});  // a comparison of four lanes: all bits set where it holds
 
 struct Gather {
     float q[3], n[3];
@@ -25,6 +30,10 @@ struct Gather {
     float half_scale;
     float cosine, factor;
     double margin_low, margin_high, quarter_scale;
+    double next_edge;  // the edge of the first depth not yet worked out
+    // Cell edges and margins by depth, the first `depths` of them worked out.
+    int depths;
+    float edge_at[kMaxDepth + 1], margin_at[kMaxDepth + 1];
     IrrCacheQuery *out;
 };
 
@@ -34,22 +43,35 @@ F load(const float (&a)[4]) noexcept {
     return v;
 }
 
+// The lanes of a comparison that hold, as bits 0 to 3.
+unsigned lanes_set(M c) noexcept {
+#if defined(__SSE__)
+    return static_cast<unsigned>(_mm_movemask_ps(reinterpret_cast<__m128>(c)));
+#else
+    return (c[0] != 0 ? 1u : 0u) | (c[1] != 0 ? 2u : 0u) | (c[2] != 0 ? 4u : 0u) |
+           (c[3] != 0 ? 8u : 0u);
+#endif
+}
+
 // The values of one block that pass the distance, normal and plane tests, four at once; then
-// each one's weight.
+// each one's weight. Most blocks a gather reaches hold no value near enough, so the distance
+// test comes first and settles them alone.
 void scan(const Block &b, Gather &g) noexcept {
     const F dx = g.q[0] - load(b.px), dy = g.q[1] - load(b.py), dz = g.q[2] - load(b.pz);
-    const F nx = load(b.nx), ny = load(b.ny), nz = load(b.nz);
     const F r = load(b.radius);
     const F accept = lanes::min_of(lanes::max_of(r * g.half_scale, lanes::splat<F>(g.low)),
                                    lanes::splat<F>(g.high));
     const F d2 = dx * dx + dy * dy + dz * dz;
+    const unsigned near = lanes_set(d2 < accept * accept) & ((1u << b.used) - 1u);
+    if (near == 0) return;
+    const F nx = load(b.nx), ny = load(b.ny), nz = load(b.nz);
     const F dot = g.n[0] * nx + g.n[1] * ny + g.n[2] * nz;
     F plane = dx * nx + dy * ny + dz * nz;
     plane = lanes::select(plane < 0.0f, -plane, plane);
     const F limit = lanes::min_of(lanes::splat<F>(g.s), r * 0.75f);
-    const auto pass = (d2 < accept * accept) & (dot > g.cosine) & (plane <= limit);
-    for (int i = 0; i < b.used; ++i) {
-        if (pass[i] == 0) continue;
+    for (unsigned pass = near & lanes_set((dot > g.cosine) & (plane <= limit)); pass != 0;
+         pass &= pass - 1) {
+        const int i = __builtin_ctz(pass);
         if (g.skip_current && b.pass[i] == g.current) continue;
         const float dist = std::sqrt(d2[i]);
         const float angle = dot[i] < 1.0f ? std::sqrt(1.0f - dot[i]) * g.factor : 0.0f;
@@ -80,66 +102,83 @@ void scan(const Block &b, Gather &g) noexcept {
     }
 }
 
+// The edge and margin of cells at `depth`, worked out the first time a gather goes that deep:
+// the margin is max(min distance x s, min(max distance x s, edge x 0.25 x scale)).
+void reach_depth(Gather &g, int depth) noexcept {
+    for (; g.depths <= depth; ++g.depths) {
+        const double e = g.next_edge;
+        g.next_edge *= 0.5;  // exact: edges are powers of two
+        g.edge_at[g.depths] = static_cast<float>(e);
+        g.margin_at[g.depths] = static_cast<float>(
+            std::max(g.margin_low, std::min(g.margin_high, e * g.quarter_scale)));
+    }
+}
+
 // The octree below one top node, without recursion: a node is searched, and its children
 // looked at, when the query point lies in its box grown by the margin of its size.
-void descend(const Node &top, const double top_corner[3], double top_edge, Gather &g) noexcept {
+void descend(const Node &top, const double top_corner[3], Gather &g) noexcept {
     struct Cell {
         const Node *node;
         float corner[3];
         int depth;
     };
-    // Edges and margins by depth: the margin is max(min distance x s, min(max distance x s,
-    // edge x 0.25 x scale)).
-    float edge[kMaxDepth + 1], margin[kMaxDepth + 1];
-    double e = top_edge;
-    for (int d = 0; d <= kMaxDepth; ++d, e *= 0.5) {
-        edge[d] = static_cast<float>(e);
-        margin[d] = static_cast<float>(
-            std::max(g.margin_low, std::min(g.margin_high, e * g.quarter_scale)));
-    }
+    // Whether a value below a node can reach the point: a node that fails holds nothing to
+    // search, here or below, and is never put on the stack. (Its values' acceptance radii are at
+    // most that of its largest radius.)
+    const auto reaches = [&g](const Node &node) {
+        const Bound &bound = node.bounds[g.list];
+        const float reach = std::min(std::max(bound.max_radius * g.half_scale, g.low), g.high);
+        const bool out = (g.q[0] < bound.low[0] - reach) | (g.q[0] > bound.high[0] + reach) |
+                         (g.q[1] < bound.low[1] - reach) | (g.q[1] > bound.high[1] + reach) |
+                         (g.q[2] < bound.low[2] - reach) | (g.q[2] > bound.high[2] + reach);
+        return bound.max_radius != 0.0f && !out;
+    };
+    if (!reaches(top)) return;
     Cell stack[8 * (kMaxDepth + 1)];
     int size = 0;
     stack[size++] = {&top,
                      {static_cast<float>(top_corner[0]), static_cast<float>(top_corner[1]),
                       static_cast<float>(top_corner[2])},
                      0};
-    const auto inside = [&](const float corner[3], int depth) {
-        const float m = margin[depth], reach = edge[depth] + m;
+    {
+        const float m = g.margin_at[0], reach = g.edge_at[0] + m;
         for (int axis = 0; axis < 3; ++axis) {
-            const float offset = g.q[axis] - corner[axis];
-            if (offset < -m || offset > reach) return false;
+            const float offset = g.q[axis] - stack[0].corner[axis];
+            if (offset < -m || offset > reach) return;
         }
-        return true;
-    };
-    if (!inside(stack[0].corner, 0)) return;
+    }
+    // Per axis, the children (as a set of child indices) on the lower and on the upper side.
+    static constexpr unsigned kLower[3] = {0x55, 0x33, 0x0F}, kUpper[3] = {0xAA, 0xCC, 0xF0};
     while (size > 0) {
         const Cell cell = stack[--size];
-        // No value below this node can reach the point: nothing to search here or below. (Its
-        // values' acceptance radii are at most that of its largest radius.)
-        const Bound &bound = cell.node->bounds[g.list];
-        if (bound.max_radius == 0.0f) continue;
-        const float reach = std::min(std::max(bound.max_radius * g.half_scale, g.low), g.high);
-        if (g.q[0] < bound.low[0] - reach || g.q[0] > bound.high[0] + reach ||
-            g.q[1] < bound.low[1] - reach || g.q[1] > bound.high[1] + reach ||
-            g.q[2] < bound.low[2] - reach || g.q[2] > bound.high[2] + reach) {
-            continue;
-        }
         for (const Block *b = cell.node->lists[g.list].first; b != nullptr; b = b->next) {
             __builtin_prefetch(b->next);
             scan(*b, g);
         }
         if (cell.depth == kMaxDepth) continue;
         const int depth = cell.depth + 1;
-        const float half = edge[depth];
-        for (int i = 0; i < 8; ++i) {
+        if (depth >= g.depths) reach_depth(g, depth);
+        const float half = g.edge_at[depth], m = g.margin_at[depth], grown = half + m;
+        // Which children's grown boxes hold the point, axis by axis.
+        float upper[3];
+        unsigned wanted = 0xFF;
+        for (int axis = 0; axis < 3; ++axis) {
+            upper[axis] = cell.corner[axis] + half;
+            const float low_offset = g.q[axis] - (cell.corner[axis] + 0.0f);
+            const float high_offset = g.q[axis] - upper[axis];
+            const bool low_in = !(low_offset < -m || low_offset > grown);
+            const bool high_in = !(high_offset < -m || high_offset > grown);
+            wanted &= (low_in ? kLower[axis] : 0u) | (high_in ? kUpper[axis] : 0u);
+        }
+        for (; wanted != 0; wanted &= wanted - 1) {
+            const int i = __builtin_ctz(wanted);
             const Node *child = cell.node->children[i];
-            if (child == nullptr) continue;
-            Cell next{child,
-                      {cell.corner[0] + ((i & 1) != 0 ? half : 0.0f),
-                       cell.corner[1] + ((i & 2) != 0 ? half : 0.0f),
-                       cell.corner[2] + ((i & 4) != 0 ? half : 0.0f)},
-                      depth};
-            if (inside(next.corner, depth)) stack[size++] = next;
+            if (child == nullptr || !reaches(*child)) continue;
+            stack[size++] = {child,
+                             {(i & 1) != 0 ? upper[0] : cell.corner[0] + 0.0f,
+                              (i & 2) != 0 ? upper[1] : cell.corner[1] + 0.0f,
+                              (i & 4) != 0 ? upper[2] : cell.corner[2] + 0.0f},
+                             depth};
         }
     }
 }
@@ -148,7 +187,7 @@ void descend(const Node &top, const double top_corner[3], double top_edge, Gathe
 
 unsigned gather(const IrrCache &cache, IrrCacheQuery &query) noexcept {
     const PassSettings &p = pass_settings();
-    Gather g{};
+    Gather g;  // every field set below; the tables by depth as the descent needs them
     std::copy(query.position, query.position + 3, g.q);
     std::copy(query.normal, query.normal + 3, g.n);
     g.s = query.footprint;
@@ -164,6 +203,9 @@ unsigned gather(const IrrCache &cache, IrrCacheQuery &query) noexcept {
     g.margin_low = static_cast<double>(g.low);
     g.margin_high = static_cast<double>(g.high);
     g.quarter_scale = 0.25 * static_cast<double>(p.scale);
+    g.next_edge = cache.edge;
+    g.depths = 0;
+    reach_depth(g, 0);
     g.out = &query;
     std::fill(query.irradiance, query.irradiance + 3, 0.0f);
     std::fill(query.irradiance2, query.irradiance2 + 3, 0.0f);
@@ -173,7 +215,7 @@ unsigned gather(const IrrCache &cache, IrrCacheQuery &query) noexcept {
         if (cache.top[i] == nullptr) continue;
         double corner[3];
         top_box(i, cache.edge, corner);
-        descend(*cache.top[i], corner, cache.edge, g);
+        descend(*cache.top[i], corner, g);
     }
     return query.count;
 }
