@@ -85,77 +85,68 @@ void run_node(Cache &cache, CineModNode &node, const ChannelKey &key, Passing &p
     const std::uint64_t drops = cache.drops();
     const bool steady = known && node.records_drops == drops;
     node.records_of = 0;  // until every input has its record again
-    for (std::size_t i = 0; i < node.inputs.size(); ++i) {
-        if (steady && node.input_steady[i]) continue;  // still valid, and not animated
-        const ChannelKey &in = node.inputs[i];
-        const InputSlot &slot = node.input_slots[i];
-        ValueRecord *found =
-            known ? const_cast<ValueRecord *>(node.input_records[i]) : cache.find(in);
-        const ValueRecord &rec = read_found(cache, in, found, slot.desc, slot.writers);
+    for (InputRun &in : node.runs_in) {
+        if (steady && in.steady) continue;  // still valid, and not animated
+        ValueRecord *found = known ? const_cast<ValueRecord *>(in.record) : cache.find(in.key);
+        const ValueRecord &rec = read_found(cache, in.key, found, in.desc, in.writers);
         const bool animated = (rec.flags.load(std::memory_order_relaxed) & kAnimated) != 0;
         if (animated) value.animated = true;
-        node.input_steady[i] = !animated;
-        node.input_records[i] = &rec;
+        in.steady = !animated;
+        in.record = &rec;
     }
     node.records_of = cache.serial();
     node.records_drops = drops;
-    for (std::size_t i = 0; i < node.outputs.size(); ++i) {
-        const ChannelKey &out = node.outputs[i];
-        const OutputSlot &slot = node.slots[i];
-        CineModEval::Output &output = node.output_values[i];
-        output.object = slot.object ? &node.output_objects[i] : nullptr;
-        output.written = false;
-        if (out == key) {
-            output.number = value.number;
-        } else if (!slot.object) {
+    for (OutputRun &out : node.runs_out) {
+        out.written = false;
+        if (out.key == key) {
+            out.number = value.number;
+        } else if (!out.is_object) {
             const Computed incoming =
-                action_value(cache, out, *cine::item_channel(*out.item, out.channel));
-            output.number = incoming.number;
-            node.output_animated[i] = incoming.animated;
+                action_value(cache, out.key, *cine::item_channel(*out.key.item, out.key.channel));
+            out.number = incoming.number;
+            out.animated = incoming.animated;
         } else {
-            output.number = 0.0;
-            node.output_animated[i] = false;
+            out.number = 0.0;
+            out.animated = false;
         }
     }
     CineModEval context;
-    context.inputs = node.input_records.data();
-    context.input_count = node.inputs.size();
-    context.outputs = node.output_values.data();
-    context.output_count = node.outputs.size();
+    context.inputs = node.runs_in.data();
+    context.input_count = node.runs_in.size();
+    context.outputs = node.runs_out.data();
+    context.output_count = node.runs_out.size();
     context.time = cache.time();
     if (node.methods->Evaluate(node.instance, &context) != rc::ok) return;  // the incoming stand
-    for (std::size_t i = 0; i < node.outputs.size(); ++i) {
-        const ChannelKey &out = node.outputs[i];
-        const OutputSlot &slot = node.slots[i];
-        const CineModEval::Output &output = node.output_values[i];
-        if (out == key) {
-            value.number = output.number;
-            if (output.written) {
+    for (const OutputRun &out : node.runs_out) {
+        if (out.key == key) {
+            value.number = out.number;
+            if (out.written) {
                 if (passing.object) {
-                    *passing.object = node.output_objects[i];
+                    *passing.object = *out.object;
                 } else {
-                    passing.object.emplace(node.output_objects[i]);
+                    passing.object.emplace(*out.object);
                 }
                 value.object = &*passing.object;
                 passing.pending = false;
             }
             continue;
         }
-        if (!slot.sole) continue;
-        ValueRecord *rec = cache.find(out);
+        if (!out.sole) continue;
+        ValueRecord *rec = cache.find(out.key);
         if (rec != nullptr && cache.current(*rec)) continue;
         Computed done;
-        if (slot.object && !output.written) {
-            done = action_value(cache, out, *cine::item_channel(*out.item, out.channel));
+        if (out.is_object && !out.written) {
+            done =
+                action_value(cache, out.key, *cine::item_channel(*out.key.item, out.key.channel));
         } else {
-            done.number = output.number;
-            done.object = slot.object ? &node.output_objects[i] : nullptr;
-            done.animated = node.output_animated[i] && !slot.object;
+            done.number = out.number;
+            done.object = out.object;
+            done.animated = out.animated && !out.is_object;
         }
         done.animated = done.animated || value.animated;
         done.modified = true;
         done.envelope = nullptr;
-        cache.store(cache.record(out), done, *slot.type);
+        cache.store(cache.record(out.key), done, *out.type);
     }
 }
 

@@ -240,32 +240,39 @@ void report_cycle(const std::vector<CineModNode *> &cycle) {
 // What a run of the node needs besides its links: the type of each output and whether the node
 // is its only writer, and the scratch lists the run fills.
 void prepare_runs(CineModNode &node, const Modifiers &mods) {
-    node.slots.clear();
+    auto writers_of_key = [&](const ChannelKey &key) -> const std::vector<CineModNode *> * {
+        auto it = mods.writers.find(key);
+        return it != mods.writers.end() ? &it->second : nullptr;
+    };
+    node.runs_in.clear();
+    node.runs_out.clear();
     node.output_objects.clear();
-    node.slots.reserve(node.outputs.size());
+    node.runs_in.reserve(node.inputs.size());
+    node.runs_out.reserve(node.outputs.size());
     node.output_objects.reserve(node.outputs.size());
+    for (const ChannelKey &in : node.inputs) {
+        InputRun run;
+        run.key = in;
+        run.desc = in.item != nullptr ? cine::item_channel(*in.item, in.channel) : nullptr;
+        run.writers = writers_of_key(in);
+        node.runs_in.push_back(run);
+    }
     for (const ChannelKey &out : node.outputs) {
         const cine::ChannelDesc &desc = *cine::item_channel(*out.item, out.channel);
         const value::Kind kind = value::kind_of(*desc.value_type);
-        auto writers = mods.writers.find(out);
-        node.slots.push_back(OutputSlot{
-            desc.value_type, kind != value::Kind::floating && kind != value::Kind::integer,
-            writers != mods.writers.end() && writers->second.size() == 1});
+        const std::vector<CineModNode *> *writers = writers_of_key(out);
+        OutputRun run;
+        run.key = out;
+        run.type = desc.value_type;
+        run.is_object = kind != value::Kind::floating && kind != value::Kind::integer;
+        run.sole = writers != nullptr && writers->size() == 1;
+        node.runs_out.push_back(run);
         node.output_objects.emplace_back(*desc.value_type);
     }
-    node.input_slots.clear();
-    node.input_slots.reserve(node.inputs.size());
-    for (const ChannelKey &in : node.inputs) {
-        auto writers = mods.writers.find(in);
-        node.input_slots.push_back(
-            InputSlot{in.item != nullptr ? cine::item_channel(*in.item, in.channel) : nullptr,
-                      writers != mods.writers.end() ? &writers->second : nullptr});
+    for (std::size_t i = 0; i < node.runs_out.size(); ++i) {
+        if (node.runs_out[i].is_object) node.runs_out[i].object = &node.output_objects[i];
     }
-    node.input_records.assign(node.inputs.size(), nullptr);
-    node.input_steady.assign(node.inputs.size(), false);
     node.records_of = 0;
-    node.output_values.assign(node.outputs.size(), CineModEval::Output{});
-    node.output_animated.assign(node.outputs.size(), false);
 }
 
 // Declares every node's links, finds the cycles and puts the rest in an order where a node

@@ -25,22 +25,6 @@ struct ModRecord;
 
 }  // namespace vx::eval
 
-// What a node sees while it evaluates: its inputs' records, and its outputs. Number outputs
-// come in with the values they have so far; object outputs can only be replaced, so they come
-// in empty and `written` tells whether the node replaced them.
-struct CineModEval {
-    struct Output {
-        double number = 0.0;
-        vx::value::Value *object = nullptr;  // for object channels
-        bool written = false;                // the object was set
-    };
-    const vx::eval::ValueRecord *const *inputs = nullptr;
-    std::size_t input_count = 0;
-    Output *outputs = nullptr;
-    std::size_t output_count = 0;
-    double time = 0.0;
-};
-
 struct CineModNode;
 
 namespace vx::cine {
@@ -49,54 +33,68 @@ struct ChannelDesc;
 
 namespace vx::eval {
 
-// What validation works out once for each input and output of a node, so that a run looks
-// nothing up.
-struct InputSlot {
+// One input of a node as its runs see it: what validation found for it (its description and
+// writers) and the record the last run read, so that a run looks nothing up.
+struct InputRun {
+    const ValueRecord *record = nullptr;                    // what the node reads
+    ChannelKey key;                                         // the time node has a null item
     const cine::ChannelDesc *desc = nullptr;                // null for the time node
     const std::vector<::CineModNode *> *writers = nullptr;  // null when no node writes it
+    bool steady = false;  // valid and not depending on the time at the last run
 };
 
-struct OutputSlot {
+// One output of a node: its type, whether the node is its only writer, and the value the node
+// sets. Number outputs come in with the values they have so far; object outputs can only be
+// replaced, so they come in empty and `written` tells whether the node replaced them.
+struct OutputRun {
+    double number = 0.0;
+    value::Value *object = nullptr;  // for object channels
+    bool written = false;            // the object was set
+    bool is_object = false;          // the channel holds an object (a matrix, text)
+    bool sole = false;               // no other node writes the channel
+    bool animated = false;           // the value it came in with depends on the time
     const ValueType *type = nullptr;
-    bool object = false;  // the channel holds an object (a matrix, text)
-    bool sole = false;    // no other node writes the channel
+    ChannelKey key;
 };
 
 }  // namespace vx::eval
 
+// What a node sees while it evaluates: its inputs and outputs.
+struct CineModEval {
+    const vx::eval::InputRun *inputs = nullptr;
+    std::size_t input_count = 0;
+    vx::eval::OutputRun *outputs = nullptr;
+    std::size_t output_count = 0;
+    double time = 0.0;
+};
+
 // A modifier node: the instance a factory made for one (item, index) pair, with the channels it
-// reads and writes.
+// reads and writes. What a run touches comes first, together.
 struct CineModNode {
+    const CineModNodeMethods *methods = nullptr;
+    void *instance = nullptr;
+    bool has_control = false;
+    std::uint32_t control = 0;
+    // The cache (its serial) the inputs' records are in, and its drop count, at the last run:
+    // records never move, so the next run in that cache starts from them, and while nothing
+    // has been dropped the steady inputs need not be looked at.
+    std::uint64_t records_of = 0;
+    std::uint64_t records_drops = 0;
+    // Made by validation for every node that runs. A run fills them in place, so it allocates
+    // nothing; they belong to the thread that holds `lock`.
+    std::vector<vx::eval::InputRun> runs_in;
+    std::vector<vx::eval::OutputRun> runs_out;
+    std::vector<vx::value::Value> output_objects;
+    std::mutex lock;  // held while the node runs: its inputs are read and the instance evaluates
     vx::eval::ModRecord *record = nullptr;
     CineItem *item = nullptr;
     std::uint32_t index = 0;
-    std::string name;  // "<server>:<item>:<index>"
-    void *instance = nullptr;
-    const CineModNodeMethods *methods = nullptr;
+    std::string name;                          // "<server>:<item>:<index>"
     std::vector<vx::eval::ChannelKey> inputs;  // the time node has a null item
     std::vector<vx::eval::ChannelKey> outputs;
-    bool has_control = false;
-    std::uint32_t control = 0;
     bool linked = false;      // Link succeeded
     bool cyclic = false;      // part of a dependency cycle: left out
     std::uint32_t order = 0;  // position in the evaluation order
-    // Made by validation for every node that runs, one entry per input or output. A run fills
-    // the scratch lists in place, so it allocates nothing; they belong to the thread that holds
-    // `lock`.
-    std::vector<vx::eval::InputSlot> input_slots;
-    std::vector<vx::eval::OutputSlot> slots;
-    // The input records of the last run and the cache (its serial) they are in: records never
-    // move, so the next run in that cache starts from them instead of finding them again.
-    std::vector<const vx::eval::ValueRecord *> input_records;
-    std::uint64_t records_of = 0;
-    // Inputs whose records were valid and did not depend on the time at the last run, and the
-    // cache's drop count then: while it holds still, those inputs need not be looked at.
-    std::vector<bool> input_steady;
-    std::uint64_t records_drops = 0;
-    std::vector<CineModEval::Output> output_values;
-    std::vector<vx::value::Value> output_objects;
-    std::vector<bool> output_animated;
-    std::mutex lock;  // held while the node runs: its inputs are read and the instance evaluates
 };
 
 // What a node sees while it declares its links.

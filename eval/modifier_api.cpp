@@ -21,7 +21,7 @@ int add_channel(CineModLinks *links, CineItem *item, unsigned int channel, bool 
     });
 }
 
-CineModEval::Output *output_at(CineModEval *eval, unsigned int index) {
+vx::eval::OutputRun *output_at(CineModEval *eval, unsigned int index) {
     if (eval == nullptr || index >= eval->output_count) return nullptr;
     return &eval->outputs[index];
 }
@@ -55,28 +55,28 @@ VX_API void CineModSetControl(CineModLinks *links, unsigned int flags) {
 
 VX_API double CineModInput(CineModEval *eval, unsigned int index) {
     if (eval == nullptr || index >= eval->input_count) return 0.0;
-    return eval->inputs[index]->number;
+    return eval->inputs[index].record->number;
 }
 
 VX_API const double *CineModInputMatrix(CineModEval *eval, unsigned int index) {
     if (eval == nullptr || index >= eval->input_count) return nullptr;
-    const vx::value::Value *object = eval->inputs[index]->object;
+    const vx::value::Value *object = eval->inputs[index].record->object;
     if (object == nullptr || vx::value::kind_of(object->type()) != vx::value::Kind::matrix)
         return nullptr;
     return object->get_matrix().data();
 }
 
 VX_API double CineModOutput(CineModEval *eval, unsigned int index) {
-    CineModEval::Output *out = output_at(eval, index);
+    vx::eval::OutputRun *out = output_at(eval, index);
     return out != nullptr ? out->number : 0.0;
 }
 
 VX_API void CineModSetOutput(CineModEval *eval, unsigned int index, double value) {
-    if (CineModEval::Output *out = output_at(eval, index)) out->number = value;
+    if (vx::eval::OutputRun *out = output_at(eval, index)) out->number = value;
 }
 
 VX_API void CineModSetOutputMatrix(CineModEval *eval, unsigned int index, const double *matrix) {
-    CineModEval::Output *out = output_at(eval, index);
+    vx::eval::OutputRun *out = output_at(eval, index);
     if (out == nullptr || matrix == nullptr || out->object == nullptr) return;
     if (vx::value::kind_of(out->object->type()) != vx::value::Kind::matrix) return;
     vx::value::Matrix4 m;
