@@ -188,6 +188,8 @@ void descend(const Node &top, const double top_corner[3], Gather &g) noexcept {
             const int i = __builtin_ctz(wanted);
             const Node *child = cell.node->children[i];
             if (child == nullptr || !reaches(*child)) continue;
+            // Its first block is read when it comes off the stack, after its siblings.
+            __builtin_prefetch(child->lists[g.list].first);
             stack[size++] = {lanes::select(kUpperSide[i], upper, lower), child, depth};
         }
     }
