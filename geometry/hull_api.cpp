@@ -18,6 +18,31 @@ struct ConvexHull {
     vx::ConvexHullData data;
 };
 
+namespace {
+
+// Writes a rectangle to the outputs that are given.
+void put(const vx::HullRectangle &r, double *centreU, double *centreV, double *axisU, double *axisV,
+         double *length, double *width) {
+    if (centreU != nullptr) *centreU = r.centre[0];
+    if (centreV != nullptr) *centreV = r.centre[1];
+    if (axisU != nullptr) *axisU = r.axis[0];
+    if (axisV != nullptr) *axisV = r.axis[1];
+    if (length != nullptr) *length = r.length;
+    if (width != nullptr) *width = r.width;
+}
+
+void put(const vx::HullRectangle3D &r, double centre[3], double axis[3], double *length,
+         double *width) {
+    for (int k = 0; k < 3; ++k) {
+        if (centre != nullptr) centre[k] = r.centre[k];
+        if (axis != nullptr) axis[k] = r.axis[k];
+    }
+    if (length != nullptr) *length = r.length;
+    if (width != nullptr) *width = r.width;
+}
+
+}  // namespace
+
 extern "C" {
 
 VX_API ConvexHull *ConvexHullCreate(void) {
@@ -100,12 +125,7 @@ VX_API int ConvexHullMajorAxis(const ConvexHull *hull, double *centreU, double *
     vx::HullRectangle r;
     if (hull == nullptr || !vx::guard(false, [&] { return vx::hull_major_axis(hull->data, r); }))
         return 0;
-    if (centreU != nullptr) *centreU = r.centre[0];
-    if (centreV != nullptr) *centreV = r.centre[1];
-    if (axisU != nullptr) *axisU = r.axis[0];
-    if (axisV != nullptr) *axisV = r.axis[1];
-    if (length != nullptr) *length = r.length;
-    if (width != nullptr) *width = r.width;
+    put(r, centreU, centreV, axisU, axisV, length, width);
     return 1;
 }
 
@@ -114,12 +134,7 @@ VX_API int ConvexHullMajorAxis3D(const ConvexHull *hull, double centre[3], doubl
     vx::HullRectangle3D r;
     if (hull == nullptr || !vx::guard(false, [&] { return vx::hull_major_axis_3d(hull->data, r); }))
         return 0;
-    for (int k = 0; k < 3; ++k) {
-        if (centre != nullptr) centre[k] = r.centre[k];
-        if (axis != nullptr) axis[k] = r.axis[k];
-    }
-    if (length != nullptr) *length = r.length;
-    if (width != nullptr) *width = r.width;
+    put(r, centre, axis, length, width);
     return 1;
 }
 
@@ -198,18 +213,13 @@ VX_API int ConvexHullUVPolygonAxis(const VMap *vmap, const MeshPolygon *polygon,
             const double eu = hi[0] - lo[0], ev = hi[1] - lo[1];
             r.centre[0] = (lo[0] + hi[0]) * 0.5;
             r.centre[1] = (lo[1] + hi[1]) * 0.5;
-            const bool along_u = ev < eu || ev == eu;
+            const bool along_u = ev <= eu;
             r.axis[0] = along_u ? 1.0 : 0.0;
             r.axis[1] = along_u ? 0.0 : 1.0;
             r.length = along_u ? eu : ev;
             r.width = along_u ? ev : eu;
         }
-        if (centreU != nullptr) *centreU = r.centre[0];
-        if (centreV != nullptr) *centreV = r.centre[1];
-        if (axisU != nullptr) *axisU = r.axis[0];
-        if (axisV != nullptr) *axisV = r.axis[1];
-        if (length != nullptr) *length = r.length;
-        if (width != nullptr) *width = r.width;
+        put(r, centreU, centreV, axisU, axisV, length, width);
         return 1;
     });
 }
@@ -233,12 +243,7 @@ VX_API int ConvexHullPolygonAxis(const Mesh *mesh, const MeshPolygon *polygon, d
         }
         vx::HullRectangle3D r;
         if (!hull.done() || !vx::hull_major_axis_3d(hull, r)) return 0;
-        for (int k = 0; k < 3; ++k) {
-            if (centre != nullptr) centre[k] = r.centre[k];
-            if (axis != nullptr) axis[k] = r.axis[k];
-        }
-        if (length != nullptr) *length = r.length;
-        if (width != nullptr) *width = r.width;
+        put(r, centre, axis, length, width);
         return 1;
     });
 }

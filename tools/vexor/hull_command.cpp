@@ -1,8 +1,6 @@
 // `vexor hull FILE`: the convex hull of 2D or 3D points read from a text file (one point a
 // line), printed with its bounding box and major axis, and drawn as an SVG picture of the
 // points, the hull and the major-axis rectangle. Uses the library through its C functions only.
-#include <sys/stat.h>
-
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -13,10 +11,12 @@
 
 #include <vexor/hull.h>
 
+#include "bounds.h"
+
 namespace {
 
 constexpr int kUsage = 2;
-constexpr long long kMaxFileBytes = 64ll << 20;
+constexpr std::size_t kMaxFileBytes = std::size_t{64} << 20;
 constexpr std::size_t kMaxPoints = 2000000;
 constexpr std::size_t kMaxDrawnPoints = 20000;
 
@@ -63,31 +63,11 @@ struct Points {
     bool three_d = false;
 };
 
-// Reads the whole file (a regular file of bounded size) and parses "x y [z]" lines; '#' starts
-// a comment and commas separate like blanks. False with a message naming the line.
+// Reads the whole file (a regular file of bounded size, see bounds.h) and parses "x y [z]" lines;
+// '#' starts a comment and commas separate like blanks. False with a message naming the line.
 bool read_points(const char *path, Points *points) {
-    struct stat info {};
-    if (stat(path, &info) != 0) {
-        std::fprintf(stderr, "vexor hull: cannot read %s: %s\n", path, std::strerror(errno));
-        return false;
-    }
-    if (!S_ISREG(info.st_mode)) {
-        std::fprintf(stderr, "vexor hull: %s is not a regular file\n", path);
-        return false;
-    }
-    if (info.st_size > kMaxFileBytes) {
-        std::fprintf(stderr, "vexor hull: %s is larger than %lld MiB\n", path, kMaxFileBytes >> 20);
-        return false;
-    }
-    std::FILE *file = std::fopen(path, "rb");
-    if (file == nullptr) {
-        std::fprintf(stderr, "vexor hull: cannot read %s: %s\n", path, std::strerror(errno));
-        return false;
-    }
-    std::string text(static_cast<std::size_t>(info.st_size), '\0');
-    const std::size_t got = std::fread(text.data(), 1, text.size(), file);
-    std::fclose(file);
-    text.resize(got);
+    std::string text;
+    if (!read_input_file("hull", path, kMaxFileBytes, text)) return false;
     std::size_t start = 0;
     int number = 0;
     while (start < text.size()) {
