@@ -23,11 +23,11 @@
 namespace vx::xfrm {
 namespace {
 
-struct Spec;
+struct ModifierDef;
 
 // A node: the item it was made for, and what its links found (for placed items).
 struct Node {
-    const Spec *spec;
+    const ModifierDef *def;
     CineItem *item;
     std::uint32_t members;  // chain members, the first inputs
     std::int32_t pivot;     // input of the standard pivot's matrix, or -1
@@ -35,7 +35,7 @@ struct Node {
     std::uint32_t has_parent;  // the parent's world matrix follows the members
 };
 
-struct Spec {
+struct ModifierDef {
     const char *server;
     const char *types;
     std::uint32_t type;  // items of this type (or a subtype) get a node, if `wants` agrees
@@ -211,7 +211,7 @@ void eval_parts(Node &node, CineModEval *eval) {
     set_matrix(eval, 4, pivot_rotation);
 }
 
-const Spec kSpecs[] = {
+const ModifierDef kModifierDefs[] = {
     {"$inverse", "transform", kTransformType, compensation, link_inverse, eval_inverse},
     {"translation", "translation", kTranslationType, plain_transform, link_own<3>,
      eval_translation},
@@ -226,17 +226,17 @@ const Spec kSpecs[] = {
 // ---- Component objects ----
 
 struct Factory {
-    const Spec *spec;
+    const ModifierDef *def;
 };
 
 unsigned int node_link(void *obj, CineModLinks *links) {
     Node &node = *static_cast<Node *>(obj);
-    return node.spec->link(node, links) ? VX_OK : VX_E_FAILED;
+    return node.def->link(node, links) ? VX_OK : VX_E_FAILED;
 }
 
 unsigned int node_evaluate(void *obj, CineModEval *eval) {
     Node &node = *static_cast<Node *>(obj);
-    node.spec->evaluate(node, eval);
+    node.def->evaluate(node, eval);
     return VX_OK;
 }
 
@@ -245,9 +245,9 @@ int factory_applies(void *, Cinema *scene) {
 }
 
 void factory_enumerate(void *obj, Cinema *scene, CineModVisitFunc visit, void *visit_data) {
-    const Spec &spec = *static_cast<Factory *>(obj)->spec;
+    const ModifierDef &def = *static_cast<Factory *>(obj)->def;
     cine::for_each_item(*scene, [&](CineItem &item) {
-        if (item.in_scene && cine::test_type(item, spec.type) && spec.wants(item))
+        if (item.in_scene && cine::test_type(item, def.type) && def.wants(item))
             visit(visit_data, &item, 0);
     });
 }
@@ -277,11 +277,11 @@ com::Class &factory_class() {
 }
 
 unsigned int factory_create(void *obj, CineItem *item, unsigned int, void **out) {
-    const Spec *spec = static_cast<Factory *>(obj)->spec;
+    const ModifierDef *def = static_cast<Factory *>(obj)->def;
     return latch([&] {
         void *object = com::allocate(node_class());
         Node &node = *static_cast<Node *>(object);
-        node.spec = spec;
+        node.def = def;
         node.item = item;
         *out = object;
     });
@@ -289,22 +289,22 @@ unsigned int factory_create(void *obj, CineItem *item, unsigned int, void **out)
 
 void *make_factory(void *data) {
     void *object = com::allocate(factory_class());
-    static_cast<Factory *>(object)->spec = static_cast<const Spec *>(data);
+    static_cast<Factory *>(object)->def = static_cast<const ModifierDef *>(data);
     return object;
 }
 
 }  // namespace
 
 void register_modifiers() {
-    for (const Spec &spec : kSpecs) {
+    for (const ModifierDef &def : kModifierDefs) {
         // The registry of servers may outlive the scene module: the servers stay registered.
-        if (host::lookup(CINE_MODIFIER_CLASS, spec.server) != nullptr) continue;
-        HostServer *server = host::add_built_in(CINE_MODIFIER_CLASS, spec.server, make_factory,
-                                                const_cast<Spec *>(&spec));
+        if (host::lookup(CINE_MODIFIER_CLASS, def.server) != nullptr) continue;
+        HostServer *server = host::add_built_in(CINE_MODIFIER_CLASS, def.server, make_factory,
+                                                const_cast<ModifierDef *>(&def));
         OnFailure unregister([&] { host::remove(server); });
-        host::add_tag(server, "modifier.typeList", spec.types);
+        host::add_tag(server, "modifier.typeList", def.types);
         host::add_tag(server, "modifier.graphList",
-                      spec.type == kCoreType ? kCoreGraphs : kTransformGraphs);
+                      def.type == kCoreType ? kCoreGraphs : kTransformGraphs);
         host::add_tag(server, "modifier.guidList", "");
     }
 }
