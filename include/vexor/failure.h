@@ -34,6 +34,7 @@ VX_API void VxClearFailure(void);
  * been recorded. The text is valid only during the call. The callback must not fail; a null
  * callback removes it. Install it before starting threads that call the library. */
 typedef void (*VxFailureCallback)(unsigned int code, const char *text, void *client);
+/* Installs the callback with its client value, replacing any earlier one (null removes it). */
 VX_API void VxSetFailureCallback(VxFailureCallback callback, void *client);
 
 VX_EXTERN_C_END

@@ -204,7 +204,10 @@ VX_API uint32_t MeshReadChanges(Mesh *mesh);
  * Attach returns the attachment (0 when the object lacks the interface or memory ran out);
  * detach returns how many attachments of the object were removed. */
 #define MESH_LISTENER_GUID "{957900AC-BC06-45D9-B1B1-9CC5A2AEC026}"
+/* Attaches the listener object to the mesh's port (null mesh: the process-wide port); returns
+ * the attachment, or 0. */
 VX_API uint64_t MeshAttachListener(Mesh *mesh, void *listener);
+/* Detaches every attachment of the listener object; returns how many there were. */
 VX_API unsigned int MeshDetachListener(Mesh *mesh, void *listener);
 
 /* ---- Polygon types --------------------------------------------------------------------- */
@@ -284,6 +287,7 @@ VX_API int MeshMetaIsValid(MeshMetaClass *metaClass, const Mesh *mesh);
 /* Drops the derived part of the class's record (every class's, for a null class). With
  * MESH_META_FREE the records are freed too and made afresh on next use. */
 #define MESH_META_FREE 0x1u
+/* Drops the derived part (see above); flags 0 or MESH_META_FREE. A null mesh is ignored. */
 VX_API void MeshMetaInvalidate(MeshMetaClass *metaClass, Mesh *mesh, uint32_t flags);
 
 /* Built-in classes: "polygonNormals" (one unit normal, three floats, per polygon, read with

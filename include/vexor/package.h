@@ -90,6 +90,8 @@ typedef struct CineTypeList CineTypeList;
 #define CINE_USAGE_ANGLE 3u
 #define CINE_USAGE_TIME 4u
 #define CINE_USAGE_COLOR 5u
+/* The text hints of the usage codes, for TextHintEncode and TextHintDecode (owned by the
+ * library, valid for the process). */
 VX_API const TextHint *CineUsageHints(void);
 
 /* One record of a legacy channel table (CinePackageAddChannelDesc). */
