@@ -11,6 +11,7 @@
 #include "foundation/failure.h"
 #include "foundation/log.h"
 #include "scene/cinema_module.h"
+#include "scene/over_scenes.h"
 #include "scene/package_registry.h"
 #include "scene/scene.h"
 
@@ -101,16 +102,7 @@ void define_types() {
 }  // namespace
 
 void start() {
-    Module &m = module();
-    if (m.starts > 0) {
-        ++m.starts;
-        return;
-    }
-    CinemaStartup();
-    if (!cine::module_started()) fail(rc::no_memory, "the scene module could not start");
-    OnFailure stop_scenes([] { CinemaShutdown(); });
-    define_types();
-    m.starts = 1;
+    cine::start_over_scenes(module().starts, define_types);
 }
 
 void stop() noexcept {

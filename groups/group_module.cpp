@@ -11,6 +11,7 @@
 #include "groups/group_io.h"
 #include "groups/group_objects.h"
 #include "scene/cinema_module.h"
+#include "scene/over_scenes.h"
 #include "scene/package_registry.h"
 #include "scene/scene.h"
 
@@ -68,24 +69,18 @@ void define_package() {
 }  // namespace
 
 void start() {
-    Module &m = module();
-    if (m.starts > 0) {
-        ++m.starts;
-        return;
-    }
-    CinemaStartup();
-    if (!cine::module_started()) fail(rc::no_memory, "the scene module could not start");
-    OnFailure stop_scenes([] { CinemaShutdown(); });
-    define_package();
-    define_classes();
-    cine::define_graph(kGroupsGraph, 1);
-    cine::define_graph(kItemGraph, 1);
-    cine::define_graph(kChanGraph, 2);
-    register_io();
-    OnFailure drop_io([] { unregister_io(); });
-    m.listener = vx::PortAttach(cine::database_port(), hear_items, nullptr, item_event_filter);
-    if (m.listener == 0) fail(rc::no_memory, "could not listen to the scene database");
-    m.starts = 1;
+    cine::start_over_scenes(module().starts, [] {
+        Module &m = module();
+        define_package();
+        define_classes();
+        cine::define_graph(kGroupsGraph, 1);
+        cine::define_graph(kItemGraph, 1);
+        cine::define_graph(kChanGraph, 2);
+        register_io();
+        OnFailure drop_io([] { unregister_io(); });
+        m.listener = vx::PortAttach(cine::database_port(), hear_items, nullptr, item_event_filter);
+        if (m.listener == 0) fail(rc::no_memory, "could not listen to the scene database");
+    });
 }
 
 void stop() noexcept {
