@@ -28,8 +28,8 @@ struct Envelope {
     std::uint32_t pre_behavior;
     std::uint32_t post_behavior;
     EnvKeyList keys;
-    EnvKey *lookup_key;   // cache: the key found at or before the last time looked up
-    EnvKey *lookup_next;  // cache: the key after it
+    EnvKey *lookup_key;     // cache: the key found at or before the last time looked up
+    EnvKey *lookup_next;    // cache: the key after it
     std::uint64_t edits;    // bumped by every structural change and key time change
     std::uint64_t changes;  // bumped by every other change that can alter the curve
     std::size_t linked;     // keys in the list

@@ -457,8 +457,14 @@ TEST(EnvLookupIndex, EvaluationFollowsEveryChangeOfTheKeysAndSettings) {
              EnvSetPostBehaviorDirect(e.env, ENV_BEHAVIOR_OFFSET_REPEAT);
          }},
         {"key moved", [&] { EnvKeySetTime(e.env, end, end->time + 0.5, 0); }},
-        {"all undone", [&] { while (UndoSysUndo()) continue; }},
-        {"all redone", [&] { while (UndoSysRedo()) continue; }},
+        {"all undone",
+         [&] {
+             while (UndoSysUndo()) continue;
+         }},
+        {"all redone",
+         [&] {
+             while (UndoSysRedo()) continue;
+         }},
     };
     expect_agrees_with_reference(e.env, "before");
     for (const auto &[name, change] : changes) {
