@@ -157,29 +157,21 @@ class RandomMemberships : public UndoTarget {
         const unsigned n = CinemaItemCount(stage_.scene);
         CineItem *group = draw(2) == 0 ? stage_.g : stage_.h;
         CineItem *item = CinemaItemByIndex(stage_.scene, draw(n));
-        switch (draw(7)) {
-            case 0:
-                GroupSetItem(group, item, draw(3));
-                return "insert";
-            case 1:
-                GroupRemItem(draw(3) == 0 ? nullptr : group, item);
-                return "remove";
-            case 2:
-                GroupAddChannel(group, item, draw(2));
-                return "add channel";
-            case 3:
-                GroupSetChannelPosition(group, item, draw(2), draw(3));
-                return "move channel";
-            case 4:
-                GroupSetItemPosition(group, item, draw(3));
-                return "move";
-            case 5:
-                if (item != stage_.g && item != stage_.h) CineItemDelete(item);
-                return "delete";
-            default:
-                CineItemCreate(stage_.scene, type_);
-                return "create";
-        }
+        const std::pair<const char *, std::function<void()>> steps[] = {
+            {"insert", [&] { GroupSetItem(group, item, draw(3)); }},
+            {"remove", [&] { GroupRemItem(draw(3) == 0 ? nullptr : group, item); }},
+            {"add channel", [&] { GroupAddChannel(group, item, draw(2)); }},
+            {"move channel", [&] { GroupSetChannelPosition(group, item, draw(2), draw(3)); }},
+            {"move", [&] { GroupSetItemPosition(group, item, draw(3)); }},
+            {"delete",
+             [&] {
+                 if (item != stage_.g && item != stage_.h) CineItemDelete(item);
+             }},
+            {"create", [&] { CineItemCreate(stage_.scene, type_); }},
+        };
+        const auto &[name, step] = steps[draw(7)];
+        step();
+        return name;
     }
 
   private:

@@ -1,12 +1,12 @@
 // Transform types and chains: codes, channels and tags; adding, finding and moving members;
 // standard members with their pairs; legacy channel names; settings; atomic chain edits.
+#include <functional>
 #include <memory>
-
 #include <random>
 
+#include "group_fixture.h"
 #include "support/atomicity.h"
 #include "support/undo_property.h"
-#include "xfrm_fixture.h"
 
 namespace vx::test {
 namespace {
@@ -178,11 +178,13 @@ TEST_F(XfrmTest, SettingsClampTheRotationOrderAndNewRotationsTakeIt) {
     EXPECT_EQ(XfrmAutoTransforms(), 0);
 }
 
+using ChainEdit = std::function<bool(CineItem *loc)>;
+
 // A scene with a locator whose chain has a scale, a rotation and a translation; every edit
 // under test runs on a fresh one.
 class ChainTarget : public AtomicityTarget {
   public:
-    explicit ChainTarget(int edit) : edit_(edit) {
+    explicit ChainTarget(ChainEdit edit) : edit_(std::move(edit)) {
         UndoSysSuspend();
         scene_ = CinemaCreate(0);
         loc_ = CineItemCreate(scene_, XFRM_TYPE_LOCATOR);
@@ -204,44 +206,33 @@ class ChainTarget : public AtomicityTarget {
     ChainTarget(const ChainTarget &) = delete;
     ChainTarget &operator=(const ChainTarget &) = delete;
     std::string snapshot() override {
-        std::string text = std::to_string(CinemaItemCount(scene_)) + " items;";
-        CineItem *members[16];
-        const unsigned n = XfrmGetTransformArray(loc_, members, 16);
-        for (unsigned i = 0; i < n; ++i) {
-            const char *tag = CineItemGetTag(members[i], XFRM_STD_TAG);
-            CineItem *pre[4];
-            text += " " + std::to_string(CineItemType(members[i])) + (tag ? tag : "-") + "<" +
-                    std::to_string(XfrmGetPreTransformArray(members[i], pre, 4));
-        }
-        return text + " steps " + std::to_string(UndoSysUndoCount());
+        return std::to_string(CinemaItemCount(scene_)) + " items;" + chain_text(loc_, false) +
+               " steps " + std::to_string(UndoSysUndoCount());
     }
-    bool edit() override {
-        switch (edit_) {
-            case 0:
-                return XfrmAddTransformItem(loc_, XFRM_TYPE_ROTATION) != nullptr;
-            case 1:
-                return XfrmAddStdTransform(loc_, XFRM_KIND_PIVOT) != nullptr;
-            default:
-                return XfrmMoveRelative(XfrmGetFirstTransform(loc_), XfrmGetLastTransform(loc_),
-                                        1) == 1;
-        }
-    }
+    bool edit() override { return edit_(loc_); }
 
   private:
+    ChainEdit edit_;
     Cinema *scene_ = nullptr;
-    int edit_;
     CineItem *loc_ = nullptr;
 };
 
 TEST_F(XfrmTest, FailedChainEditsLeaveTheSceneAsItWas) {
-    VxLogSetSink(nullptr, nullptr);  // captured lines would count as memory left behind
-    const char *names[] = {"add transform", "add pivot pair", "move"};
-    for (int edit = 0; edit < 3; ++edit) {
-        const auto report = check_atomicity(names[edit], [&]() -> std::unique_ptr<AtomicityTarget> {
+    quiet_log();
+    const std::pair<const char *, ChainEdit> edits[] = {
+        {"add transform", [](CineItem *l) { return XfrmAddTransformItem(l, XFRM_TYPE_ROTATION); }},
+        {"add pivot pair", [](CineItem *l) { return XfrmAddStdTransform(l, XFRM_KIND_PIVOT); }},
+        {"move",
+         [](CineItem *l) {
+             return XfrmMoveRelative(XfrmGetFirstTransform(l), XfrmGetLastTransform(l), 1) == 1;
+         }},
+    };
+    for (const auto &[name, edit] : edits) {
+        const auto report = check_atomicity(name, [&]() -> std::unique_ptr<AtomicityTarget> {
             return std::make_unique<ChainTarget>(edit);
         });
-        EXPECT_GT(report.tried, 0u) << names[edit];
-        EXPECT_EQ(report.held + report.survived, report.tried) << names[edit];
+        EXPECT_GT(report.tried, 0u) << name;
+        EXPECT_EQ(report.held + report.survived, report.tried) << name;
     }
 }
 
@@ -268,15 +259,8 @@ class RandomChains : public UndoTarget {
         std::string text = std::to_string(CinemaItemCount(scene_)) + " items";
         for (CineItem *item : {a_, b_}) {
             CineItem *parent = CineItemParent(item);
-            text += std::string("; ") + (parent != nullptr ? CineItemIdent(parent) : "-") + ":";
-            CineItem *members[32];
-            const unsigned n = XfrmGetTransformArray(item, members, 32);
-            for (unsigned i = 0; i < n && i < 32; ++i) {
-                const char *tag = CineItemGetTag(members[i], XFRM_STD_TAG);
-                CineItem *pre[4];
-                text += std::string(" ") + CineItemIdent(members[i]) + (tag ? tag : "") + "<" +
-                        std::to_string(XfrmGetPreTransformArray(members[i], pre, 4));
-            }
+            text += std::string("; ") + (parent != nullptr ? CineItemIdent(parent) : "-") + ":" +
+                    chain_text(item, true);
         }
         return text;
     }
