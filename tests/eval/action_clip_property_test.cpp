@@ -4,36 +4,15 @@
 #include <memory>
 #include <random>
 
-#include <vexor/block.h>
-#include <vexor/scene_io.h>
 #include <vexor/undo.h>
 
 #include "clip_fixture.h"
-#include "foundation/log.h"
+#include "scene_bytes.h"
 #include "support/atomicity.h"
 #include "support/undo_property.h"
 
 namespace vx::test {
 namespace {
-
-using Bytes = std::vector<unsigned char>;
-
-Bytes saved(Cinema *scene) {
-    BlkWriter *writer = BlkWriterOpenMemory();
-    EXPECT_EQ(CinemaSaveAccess(scene, writer), 1);
-    std::size_t size = 0;
-    const auto *data = static_cast<const unsigned char *>(BlkWriterMemoryData(writer, &size));
-    Bytes bytes(data, data + size);
-    BlkWriterClose(writer);
-    return bytes;
-}
-
-Cinema *loaded(const Bytes &bytes) {
-    BlkReader *reader = BlkReaderOpenMemory(bytes.data(), bytes.size());
-    Cinema *scene = CinemaLoadAccess(reader, 0);
-    BlkReaderClose(reader);
-    return scene;
-}
 
 // The members of a group, item members then channel members, and its kind.
 std::string group_text(CineItem *group) {
@@ -170,8 +149,7 @@ TEST_F(ClipFiles, ClipEditsAreAtomic) {
         {"parenting", [](Stage &s) { return ActionClipSetParenting(s.jump, 1) == 1; }},
         {"delete active clip", [](Stage &s) { return CineItemDelete(s.walk) == 1; }},
     };
-    // Captured log lines would count as memory the edits keep.
-    vx::log::set_sink([](void *, int, const char *, const char *) {}, nullptr);
+    quiet_log();
     for (const auto &edit : edits) {
         const auto report = check_atomicity(edit.name, [&]() -> std::unique_ptr<AtomicityTarget> {
             return std::make_unique<StageTarget>(edit.edit, body);

@@ -25,10 +25,6 @@ void hear(void *client, void *, std::uint32_t code, void *data) {
     static_cast<std::vector<ActionEvent> *>(client)->push_back(event);
 }
 
-void capture(void *client, int, const char *, const char *text) {
-    static_cast<std::vector<std::string> *>(client)->push_back(text);
-}
-
 std::string entry_text(const act::Entry &entry) {
     switch (act::entry_state(&entry)) {
         case CINE_STATE_REMOVED:
@@ -75,11 +71,11 @@ void ActionTest::SetUp() {
     scene = CinemaCreate(0);
     ASSERT_NE(scene, nullptr);
     log_ = std::make_unique<ActionEventLog>(events);
-    VxLogSetSink(capture, &lines);
+    capture_log(lines);
 }
 
 void ActionTest::TearDown() {
-    VxLogSetSink(nullptr, nullptr);
+    release_log();
     log_.reset();
     UndoSysClear();
     CinemaDestroy(scene);

@@ -14,6 +14,8 @@
 #include <vexor/env.h>
 #include <vexor/scene.h>
 
+#include "support/log_lines.h"
+
 namespace vx::test {
 
 // Channels of a "layered" item; the add-on packages "extra" ("e0", "e1") and "tail" ("t0") add

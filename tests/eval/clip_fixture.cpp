@@ -4,18 +4,9 @@
 #include <vexor/package.h>
 #include <vexor/undo.h>
 
-#include "foundation/log.h"
 #include "scene/cinema_module.h"
 
 namespace vx::test {
-namespace {
-
-void capture(void *client, int, const char *, const char *text) {
-    static_cast<std::vector<std::string> *>(client)->push_back(text);
-}
-
-}  // namespace
-
 void ClipTest::SetUp() {
     UndoSysStartup();
     UndoSysClear();
@@ -32,11 +23,11 @@ void ClipTest::SetUp() {
     scene = CinemaCreate(0);
     ASSERT_NE(scene, nullptr);
     UndoSysClear();
-    vx::log::set_sink(capture, &lines);
+    capture_log(lines);
 }
 
 void ClipTest::TearDown() {
-    vx::log::set_sink(nullptr, nullptr);
+    release_log();
     UndoSysClear();
     vx::cine::destroy_scenes_before_stop();
     ActionClipShutdown();

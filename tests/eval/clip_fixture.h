@@ -13,6 +13,8 @@
 #include <vexor/group.h>
 #include <vexor/scene.h>
 
+#include "support/log_lines.h"
+
 namespace vx::test {
 
 class ClipTest : public ::testing::Test {

@@ -82,10 +82,6 @@ void *make_factory(void *data) {
     return obj;
 }
 
-void capture(void *client, int, const char *, const char *text) {
-    static_cast<std::vector<std::string> *>(client)->push_back(text);
-}
-
 }  // namespace
 
 void EvalTest::SetUp() {
@@ -107,11 +103,11 @@ void EvalTest::SetUp() {
     ASSERT_NE(probe_type, CINE_TYPE_NONE);
     scene = CinemaCreate(0);
     ASSERT_NE(scene, nullptr);
-    VxLogSetSink(capture, &lines);
+    capture_log(lines);
 }
 
 void EvalTest::TearDown() {
-    VxLogSetSink(nullptr, nullptr);
+    release_log();
     // The scene's evaluation data, its evaluators with it, goes first when a scene is destroyed;
     // tests leave their evaluators to it. Calling it here as well is harmless.
     eval::destroy_eval_data(*scene);

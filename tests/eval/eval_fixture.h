@@ -17,6 +17,8 @@
 #include <vexor/host.h>
 #include <vexor/scene.h>
 
+#include "support/log_lines.h"
+
 namespace vx::test {
 
 // Channels of a probe item.
