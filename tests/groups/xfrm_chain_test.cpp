@@ -5,7 +5,7 @@
 #include <random>
 
 #include "group_fixture.h"
-#include "support/atomicity.h"
+#include "support/edit_table.h"
 #include "support/undo_property.h"
 
 namespace vx::test {
@@ -178,62 +178,50 @@ TEST_F(XfrmTest, SettingsClampTheRotationOrderAndNewRotationsTakeIt) {
     EXPECT_EQ(XfrmAutoTransforms(), 0);
 }
 
-using ChainEdit = std::function<bool(CineItem *loc)>;
-
 // A scene with a locator whose chain has a scale, a rotation and a translation; every edit
 // under test runs on a fresh one.
-class ChainTarget : public AtomicityTarget {
-  public:
-    explicit ChainTarget(ChainEdit edit) : edit_(std::move(edit)) {
+struct Chain {
+    Cinema *scene = nullptr;
+    CineItem *loc = nullptr;
+    Chain() {
         UndoSysSuspend();
-        scene_ = CinemaCreate(0);
-        loc_ = CineItemCreate(scene_, XFRM_TYPE_LOCATOR);
+        scene = CinemaCreate(0);
+        loc = CineItemCreate(scene, XFRM_TYPE_LOCATOR);
         for (int kind : {XFRM_KIND_SCALE, XFRM_KIND_ROTATION, XFRM_KIND_TRANSLATION})
-            XfrmGetStdTransform(loc_, kind, 1);
+            XfrmGetStdTransform(loc, kind, 1);
         UndoSysResume();
         // The scene's tables grow once for more items; growing them here keeps that out of
         // the edits under test.
-        XfrmAddStdTransform(loc_, XFRM_KIND_PIVOT);
-        XfrmAddTransformItem(loc_, XFRM_TYPE_ROTATION);
+        XfrmAddStdTransform(loc, XFRM_KIND_PIVOT);
+        XfrmAddTransformItem(loc, XFRM_TYPE_ROTATION);
         UndoSysUndo();
         UndoSysUndo();
         UndoSysClear();
     }
-    ~ChainTarget() override {
+    ~Chain() {
         UndoSysClear();
-        CinemaDestroy(scene_);
+        CinemaDestroy(scene);
     }
-    ChainTarget(const ChainTarget &) = delete;
-    ChainTarget &operator=(const ChainTarget &) = delete;
-    std::string snapshot() override {
-        return std::to_string(CinemaItemCount(scene_)) + " items;" + chain_text(loc_, false) +
-               " steps " + std::to_string(UndoSysUndoCount());
+    Chain(const Chain &) = delete;
+    Chain &operator=(const Chain &) = delete;
+    std::string snapshot() const {
+        return std::to_string(CinemaItemCount(scene)) + " items;" + chain_text(loc, false);
     }
-    bool edit() override { return edit_(loc_); }
-
-  private:
-    ChainEdit edit_;
-    Cinema *scene_ = nullptr;
-    CineItem *loc_ = nullptr;
 };
 
 TEST_F(XfrmTest, FailedChainEditsLeaveTheSceneAsItWas) {
     quiet_log();
-    const std::pair<const char *, ChainEdit> edits[] = {
-        {"add transform", [](CineItem *l) { return XfrmAddTransformItem(l, XFRM_TYPE_ROTATION); }},
-        {"add pivot pair", [](CineItem *l) { return XfrmAddStdTransform(l, XFRM_KIND_PIVOT); }},
+    check_edits_atomic<Chain>({
+        {"add transform",
+         [](Chain &c) { return XfrmAddTransformItem(c.loc, XFRM_TYPE_ROTATION) != nullptr; }},
+        {"add pivot pair",
+         [](Chain &c) { return XfrmAddStdTransform(c.loc, XFRM_KIND_PIVOT) != nullptr; }},
         {"move",
-         [](CineItem *l) {
-             return XfrmMoveRelative(XfrmGetFirstTransform(l), XfrmGetLastTransform(l), 1) == 1;
+         [](Chain &c) {
+             return XfrmMoveRelative(XfrmGetFirstTransform(c.loc), XfrmGetLastTransform(c.loc),
+                                     1) == 1;
          }},
-    };
-    for (const auto &[name, edit] : edits) {
-        const auto report = check_atomicity(name, [&]() -> std::unique_ptr<AtomicityTarget> {
-            return std::make_unique<ChainTarget>(edit);
-        });
-        EXPECT_GT(report.tried, 0u) << name;
-        EXPECT_EQ(report.held + report.survived, report.tried) << name;
-    }
+    });
 }
 
 // Random chain edits on two locators, one the parent of the other: members added, standard
