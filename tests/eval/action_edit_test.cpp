@@ -11,7 +11,7 @@
 #include <vexor/undo.h>
 
 #include "action_fixture.h"
-#include "support/atomicity.h"
+#include "support/edit_table.h"
 #include "support/undo_property.h"
 
 namespace vx::test {
@@ -60,11 +60,12 @@ struct Layers {
     Layers(const Layers &) = delete;
     Layers &operator=(const Layers &) = delete;
 
-    std::string snapshot() const {
-        return actions_snapshot(scene, {a, b}) + " steps " + std::to_string(UndoSysUndoCount()) +
-               "/" + std::to_string(UndoSysRedoCount());
-    }
+    std::string snapshot() const { return actions_snapshot(scene, {a, b}); }
+    std::size_t events() const { return heard.size(); }
     std::string fresh_name() { return "layer" + std::to_string(++made); }
+
+    std::vector<ActionEvent> heard;
+    ActionEventLog log{heard};
 };
 
 // Hands an envelope with keys to an entry; the caller's envelope is destroyed when refused.
@@ -79,13 +80,6 @@ bool give_curve(CineAction *action, CineItem *item, unsigned channel, double shi
     return false;
 }
 
-using LayerEdit = std::function<bool(Layers &)>;
-
-struct NamedEdit {
-    const char *name;
-    LayerEdit edit;
-};
-
 const double kShift[16] = {1, 0, 0, 2, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 int g_object = 0;
 
@@ -95,7 +89,7 @@ int g_object = 0;
         name, [](Layers &s) { return expr; } \
     }
 
-std::vector<NamedEdit> all_edits() {
+std::vector<NamedEdit<Layers>> all_edits() {
     return {
         EDIT("constant", CineActionSetConstant(s.edit, s.b, kY, 5) == 1),
         EDIT("constant over an envelope", CineActionSetConstant(s.scene_action, s.a, kX, 5) == 1),
@@ -132,49 +126,11 @@ std::vector<NamedEdit> all_edits() {
 }
 #undef EDIT
 
-class LayerTarget : public AtomicityTarget {
-  public:
-    explicit LayerTarget(LayerEdit edit) : edit_(std::move(edit)) {}
-    std::string snapshot() override { return layers_.snapshot(); }
-    bool edit() override { return edit_(layers_); }
-    std::size_t events() override { return events_.size(); }
-    Layers &layers() { return layers_; }
-
-  private:
-    Layers layers_;
-    LayerEdit edit_;
-    std::vector<ActionEvent> events_;
-    ActionEventLog log_{events_};
-};
-
 using ActionEdits = ActionTest;
 
 // Each edit recorded, its undo and redo, and the edit again with recording off.
 TEST_F(ActionEdits, EveryEditIsAtomicAndSoAreItsUndoAndRedo) {
-    for (const NamedEdit &named : all_edits()) {
-        const NamedEdit edit = named;
-        const AtomicityReport report =
-            check_atomicity(edit.name, [=] { return std::make_unique<LayerTarget>(edit.edit); });
-        EXPECT_GT(report.tried, 0u) << edit.name;
-        EXPECT_EQ(report.held + report.survived, report.tried) << edit.name;
-        for (const bool redo : {false, true}) {
-            check_atomicity((redo ? "redo " : "undo ") + std::string(edit.name),
-                            [=]() -> std::unique_ptr<AtomicityTarget> {
-                                auto target = std::make_unique<LayerTarget>([redo](Layers &) {
-                                    return redo ? UndoSysRedo() : UndoSysUndo();
-                                });
-                                EXPECT_TRUE(edit.edit(target->layers())) << edit.name;
-                                if (redo) UndoSysUndo();
-                                return target;
-                            });
-        }
-        UndoSysEnable(0);
-        const AtomicityReport unrecorded =
-            check_atomicity(std::string("unrecorded ") + edit.name,
-                            [=] { return std::make_unique<LayerTarget>(edit.edit); });
-        UndoSysEnable(1);
-        EXPECT_EQ(unrecorded.held + unrecorded.survived, unrecorded.tried) << edit.name;
-    }
+    check_edits_atomic(all_edits(), kUndoRedo | kUnrecorded);
 }
 
 // Random edits of every kind on every action of the scene, among them edits of the envelopes
