@@ -48,20 +48,20 @@ TEST_F(GroupMembers, EditsReportWhetherTheyChangedAnything) {
         in_order({GroupAddItem(g, a), GroupAddItem(g, a), GroupAddItem(g, c), GroupSetItem(g, b, 1),
                   GroupSetItem(g, b, 0), GroupAddItem(h, a), GroupAddChannel(g, a, 1),
                   GroupAddChannel(g, a, 1), GroupAddChannel(g, b, 0)}),
-        (std::vector<long long>{1, 0, 1, 1, 0, 1, 1, 0, 1}));
+        (Ints{1, 0, 1, 1, 0, 1, 1, 0, 1}));
     EXPECT_EQ(memberships(scene), "G: A B C | A.1 B.0 kind 0; H: A | kind 0; ");
     // Refusals: not a group, a stranger, the group itself, a channel out of range, no member.
     EXPECT_EQ(in_order({GroupAddItem(a, b), GroupAddItem(g, stranger), GroupAddItem(g, g),
                         GroupAddChannel(g, a, 99), GroupRemItem(h, b), GroupRemChannel(g, a, 0)}),
-              (std::vector<long long>{0, 0, 0, 0, 0, 0}));
+              (Ints{0, 0, 0, 0, 0, 0}));
     const long long no = GROUP_NOT_MEMBER;
     EXPECT_EQ(
         in_order({GroupMemberCount(g, 0), GroupMemberCount(g, 1), GroupMemberItem(g, c),
                   GroupMemberItem(h, c), GroupMemberChannel(g, b, 0), GroupMemberChannel(g, b, 1)}),
-        (std::vector<long long>{3, 2, 2, no, 1, no}));
-    EXPECT_EQ((std::vector<CineItem *>{GroupGet(a, 0, 0), GroupGet(b, 0, 1), GroupGet(b, 1, 1),
-                                       GroupGet(a, 1, 2)}),
-              (std::vector<CineItem *>{g, g, nullptr, nullptr}));
+        (Ints{3, 2, 2, no, 1, no}));
+    EXPECT_EQ(
+        in_order({GroupGet(a, 0, 0), GroupGet(b, 0, 1), GroupGet(b, 1, 1), GroupGet(a, 1, 2)}),
+        (Ptrs{g, g, nullptr, nullptr}));
 
     EXPECT_EQ(GroupSetItemPosition(g, c, 0), 1);
     EXPECT_EQ(GroupSetChannelPosition(g, b, 0, 0), 1);
