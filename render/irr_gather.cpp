@@ -196,14 +196,13 @@ void descend(const Node &top, const double top_corner[3], Gather &g) noexcept {
     }
 }
 
-// The same descent over the packed copy: its nodes in the order the descent meets them, a node
-// that fails its tests skipped with its whole subtree.
-void walk(const Index &index, Gather &g) noexcept {
-    const std::vector<PackedNode> &nodes = index.nodes[g.list];
+// The same descent over the packed nodes [begin, end) of list g.list, in the order the descent
+// meets them: a node that fails its tests is skipped with its whole subtree.
+void walk_range(const Index &index, std::uint32_t begin, std::uint32_t end, Gather &g) noexcept {
+    const PackedNode *nodes = index.nodes[g.list].data();
     const Block *blocks = index.blocks.data();
     const F q = {g.q[0], g.q[1], g.q[2], 0.0f};
-    const std::size_t count = nodes.size();
-    for (std::size_t i = 0; i < count;) {
+    for (std::uint32_t i = begin; i < end;) {
         const PackedNode &node = nodes[i];
         if (node.depth >= g.depths) reach_depth(g, node.depth);
         const F low = load(node.low), high = load(node.high), offset = q - load(node.corner);
@@ -218,6 +217,55 @@ void walk(const Index &index, Gather &g) noexcept {
         }
         for (std::uint32_t b = 0; b < node.count; ++b) scan(blocks[node.first + b], g);
         ++i;
+    }
+}
+
+// The cells of the entry's level whose grown boxes may hold the point, as ranges along each
+// axis: their number, or -1 when there are more than 27 and the walk starts from the top node.
+int entry_cells(const Entry &entry, Gather &g, std::uint64_t lo[3], std::uint64_t hi[3]) {
+    if (entry.depth >= g.depths) reach_depth(g, entry.depth);
+    // The margin in cells, with some slack: the walk tests each node found exactly.
+    const double margin = static_cast<double>(g.margin_at[entry.depth]) / entry.edge + 1e-6;
+    const double last = std::ldexp(1.0, entry.depth) - 1.0;
+    std::uint64_t cells = 1;
+    for (int axis = 0; axis < 3; ++axis) {
+        const double x = (static_cast<double>(g.q[axis]) - entry.corner[axis]) / entry.edge;
+        const double low = std::max(0.0, std::ceil(x - 1.0 - margin));
+        const double high = std::min(last, std::floor(x + margin));
+        if (!(low <= high)) return 0;  // also for a point that is not a number
+        lo[axis] = static_cast<std::uint64_t>(low);
+        hi[axis] = static_cast<std::uint64_t>(high);
+        cells *= hi[axis] - lo[axis] + 1;
+        if (cells > 27) return -1;
+    }
+    return static_cast<int>(cells);
+}
+
+void walk(const Index &index, Gather &g) noexcept {
+    const std::vector<PackedNode> &nodes = index.nodes[g.list];
+    for (const Entry &entry : index.entries[g.list]) {
+        std::uint64_t lo[3] = {}, hi[3] = {};
+        const int cells = entry.depth < 0 ? -1 : entry_cells(entry, g, lo, hi);
+        if (cells < 0) {
+            walk_range(index, entry.begin, entry.end, g);
+            continue;
+        }
+        const std::size_t mask = entry.keys.size() - 1;
+        const auto visit = [&](std::uint64_t key) {
+            for (std::size_t slot = cell_slot(key, mask); entry.keys[slot] != 0;
+                 slot = (slot + 1) & mask) {
+                if (entry.keys[slot] != key + 1) continue;
+                const std::uint32_t node = entry.nodes[slot];
+                walk_range(index, node, nodes[node].end, g);
+                return;
+            }
+        };
+        if (cells == 0) continue;
+        for (std::uint64_t z = lo[2]; z <= hi[2]; ++z) {
+            for (std::uint64_t y = lo[1]; y <= hi[1]; ++y) {
+                for (std::uint64_t x = lo[0]; x <= hi[0]; ++x) visit(cell_key(x, y, z));
+            }
+        }
     }
 }
 
