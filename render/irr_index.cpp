@@ -25,6 +25,7 @@ void pack_node(const Node &node, int kind, int depth, const float corner[3], dou
         packed.corner[axis] = corner[axis];
     }
     packed.low[3] = bound.max_radius;
+    packed.corner[3] = static_cast<float>(edge);
     packed.first = static_cast<std::uint32_t>(index.blocks.size());
     for (const Block *b = node.lists[kind].first; b != nullptr; b = b->next) {
         index.blocks.push_back(*b);
@@ -98,7 +99,7 @@ std::unique_ptr<Index> pack(const IrrCache &cache) {
             if (begin == end) continue;
             Entry entry = entry_for(index->nodes[kind], keys, begin, end);
             std::copy(corner, corner + 3, entry.corner);
-            entry.edge = std::ldexp(cache.edge, -std::max(entry.depth, 0));
+            entry.inverse = std::ldexp(1.0 / cache.edge, std::max(entry.depth, 0));
             index->entries[kind].push_back(std::move(entry));
         }
     }

@@ -12,8 +12,8 @@
 
 namespace vx::irr {
 
-// Lanes 0 to 2 hold x, y, z; low[3] holds the largest radius below the node, the other fourth
-// lanes 0.
+// Lanes 0 to 2 hold x, y, z; low[3] holds the largest radius below the node, corner[3] the edge
+// of its cell, high[3] 0.
 struct PackedNode {
     float low[4];  // the node's bound, as in Bound
     float high[4];
@@ -34,7 +34,7 @@ struct Entry {
     std::uint32_t begin = 0, end = 0;  // the top node's subtree among the packed nodes
     int depth = -1;                    // the first level holding values; -1: walk from the top
     double corner[3] = {0, 0, 0};      // of the top cell
-    double edge = 0;                   // of cells at `depth`
+    double inverse = 0;                // 1 / the edge of cells at `depth` (a power of two)
     std::vector<std::uint64_t> keys;   // cell key + 1, 0 for a free slot
     std::vector<std::uint32_t> nodes;  // the packed node of each key
 };
