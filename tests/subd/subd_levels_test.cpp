@@ -57,17 +57,6 @@ class Levels : public SubdTest {
     std::unique_ptr<EventLog> events;
 };
 
-TEST_F(Levels, NewMeshesStartAtLevelTwo) {
-    const PolyTypeLevels *l = PolyTypeGetLevels(shape.mesh);
-    ASSERT_NE(l, nullptr);
-    EXPECT_EQ(l->subdLevel, 2);
-    EXPECT_EQ(l->renderLevel, 2);
-    EXPECT_EQ(l->patchLevel, 2);
-    EXPECT_EQ(l->splineLevel, 2);
-    EXPECT_EQ(l->linearUV + l->cageMode, 0);
-    EXPECT_EQ(PolyTypeGetLevels(nullptr), nullptr);
-}
-
 TEST_F(Levels, SubdLevelClampsToOneToTwentyFourAndReturnsTheLevelPassed) {
     struct Case {
         int passed, stored;
@@ -98,7 +87,13 @@ TEST_F(Levels, SubdLevelClampsToOneToTwentyFourAndReturnsTheLevelPassed) {
     }
 }
 
-TEST_F(Levels, RenderLevelAnnouncesOnceAndFlushesNothing) {
+TEST_F(Levels, NewMeshesStartAtLevelTwoAndRenderLevelAnnouncesOnceAndFlushesNothing) {
+    const PolyTypeLevels *l = PolyTypeGetLevels(shape.mesh);
+    ASSERT_NE(l, nullptr);
+    EXPECT_EQ((std::vector<int>{l->subdLevel, l->renderLevel, l->patchLevel, l->splineLevel}),
+              (std::vector<int>(4, 2)));
+    EXPECT_EQ(l->linearUV + l->cageMode, 0);
+    EXPECT_EQ(PolyTypeGetLevels(nullptr), nullptr);
     EXPECT_EQ(SUBDSetRenderLevel(shape.mesh, 2), 2);
     EXPECT_EQ(events->masks(), std::vector<std::uint32_t>{kBefore});
     for (const auto &[passed, stored] : {std::pair{100, 24}, {-1, 1}, {7, 7}}) {
@@ -182,11 +177,7 @@ TEST_F(Levels, BufferLevelsDropTheBuffersOwnSlots) {
     ASSERT_NE(table, nullptr);
     EXPECT_EQ(PolyVBufGetData(buffer, PolyTypeCodeLookup(VX_CODE4('F', 'A', 'C', 'E'))), nullptr);
     SUBDVBufSetLevel(buffer, 3);
-    PolyVBufResetCount(buffer);
-    PolyVBufCountPoly(buffer, shape.polygons[0]);
-    PolyVBufAllocate(buffer);
-    PolyVBufResetCount(buffer);
-    EXPECT_EQ(PolyVBufGenPoly(buffer, shape.polygons[0]), 4u * 8u);
+    EXPECT_EQ(fill(buffer, shape.polygons[0]), 4u * 8u);
     EXPECT_NE(table->slots[1], nullptr);
     SUBDVBufSetLevel(buffer, 4);
     EXPECT_EQ(table->slots[1], nullptr);
