@@ -84,7 +84,7 @@ TEST(ValueTypes, NumbersConvertBetweenKinds) {
     EXPECT_EQ(text_of(t), "-12");
 }
 
-TEST(ValueTypes, MatricesAndObjectsRefuseOtherKinds) {
+TEST(ValueTypes, MatricesAndObjectsRefuseOtherKindsAndExportWritesWholeTextCutToFit) {
     Value m = make("matrix4");
     Value o = make("custom");
     EXPECT_EQ(code_of([](Value &v) { v.set_float(1.0); }, m), rc::type_mismatch);
@@ -97,16 +97,12 @@ TEST(ValueTypes, MatricesAndObjectsRefuseOtherKinds) {
     o.set_object(&thing);
     EXPECT_EQ(o.get_object(), &thing);
     EXPECT_EQ(text_of(o), "object");
-}
 
-TEST(ValueTypes, ExportWritesWholeTextAndCutsToFit) {
-    Value m = make("matrix4");
+    // Export writes whole text and cuts it to fit.
     Matrix4 values{};
     for (std::size_t i = 0; i < 16; ++i) values[i] = static_cast<double>(i) / 2;
     m.set_matrix(values);
     EXPECT_EQ(text_of(m), "0 0.5 1 1.5 2 2.5 3 3.5 4 4.5 5 5.5 6 6.5 7 7.5");
-
-    Value f = make("float");
     f.set_float(1234.5);
     char small[4];
     EXPECT_EQ(f.export_text(small, sizeof small), 6u);
