@@ -25,24 +25,15 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-void quiet_sink(void *, int, const char *, const char *) {}
-
-class EnvPersist : public ::testing::Test {
+class EnvPersist : public UndoTest {
   protected:
     // Recording is off unless a test is about undo, so that counts of live blocks see only
     // keys. Malformed streams log failure lines, kept out of the test output.
     void SetUp() override {
-        UndoSysStartup();
-        UndoSysClear();
+        UndoTest::SetUp();
         UndoSysEnable(0);
-        VxLogSetSink(quiet_sink, nullptr);
     }
-    void TearDown() override {
-        VxLogSetSink(nullptr, nullptr);
-        UndoSysClear();
-        UndoSysEnable(1);
-        UndoSysShutdown();
-    }
+    LogCapture quiet;
 };
 
 Bytes save(Envelope *env) {

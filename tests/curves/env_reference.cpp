@@ -138,66 +138,36 @@ double ref_value(const RefCurve &curve, double t) {
     const RefKey &last = keys[n - 1];
     double tt = t;
     double offset = 0.0;
-    if (first.time - t > kTol) {
-        switch (curve.pre) {
+    const bool before = first.time - t > kTol;
+    if (before || t - last.time > kTol) {
+        const unsigned behavior = before ? curve.pre : curve.post;
+        const RefKey &end = before ? first : last;
+        const double end_value = before ? in_value(first) : out_value(last);
+        switch (behavior) {
             case 0:
                 return 0.0;
             case 1:
             case 6:
-                return in_value(first);
+                return end_value;
             case 2:
             case 3:
             case 4: {
                 const double span = last.time - first.time;
                 if (span == 0.0) return out_value(last);
                 double whole;
-                const double f = std::modf((first.time - t) / span, &whole);
+                const double f = std::modf(std::fabs(t - end.time) / span, &whole);
                 const double cycles = whole + 1.0;
-                if (curve.pre == 4) {
-                    tt = last.time - span * f;
-                    offset = -(out_value(last) - in_value(first)) * cycles;
-                } else if (curve.pre == 3 && static_cast<long long>(cycles) % 2 == 1) {
-                    tt = first.time + span * f;
-                } else {
-                    tt = last.time - span * f;
+                // Odd cycles of an oscillation run backwards: read from the near end inward.
+                const bool mirrored = behavior == 3 && static_cast<long long>(cycles) % 2 == 1;
+                tt = before == mirrored ? first.time + span * f : last.time - span * f;
+                if (behavior == 4) {
+                    offset = (before ? -cycles : cycles) * (out_value(last) - in_value(first));
                 }
                 break;
             }
             case 5:
-                if (curve.integer) return in_value(first);
-                return in_value(first) - ref_slope(curve, 0, false) * (first.time - t);
-            default:
-                break;
-        }
-    } else if (t - last.time > kTol) {
-        switch (curve.post) {
-            case 0:
-                return 0.0;
-            case 1:
-            case 6:
-                return out_value(last);
-            case 2:
-            case 3:
-            case 4: {
-                const double span = last.time - first.time;
-                if (span == 0.0) return out_value(last);
-                double whole;
-                const double f = std::modf((t - last.time) / span, &whole);
-                const double cycles = whole + 1.0;
-                const double d = f * span;
-                if (curve.post == 4) {
-                    tt = first.time + d;
-                    offset = (out_value(last) - in_value(first)) * cycles;
-                } else if (curve.post == 3 && static_cast<long long>(cycles) % 2 == 1) {
-                    tt = last.time - d;
-                } else {
-                    tt = first.time + d;
-                }
-                break;
-            }
-            case 5:
-                if (curve.integer) return out_value(last);
-                return out_value(last) + ref_slope(curve, n - 1, false) * (t - last.time);
+                if (curve.integer) return end_value;
+                return end_value + ref_slope(curve, before ? 0 : n - 1, false) * (t - end.time);
             default:
                 break;
         }

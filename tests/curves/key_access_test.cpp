@@ -53,33 +53,12 @@ struct Cursor {
     const EnvKeyAccessMethods *m = nullptr;
 };
 
-// Keys at 0, 1, 2 and 3 s with values 0, 10, 20, 30, built without recording.
-void fill(Envelope *env) {
-    UndoSysSuspend();
-    for (int i = 0; i < 4; ++i) {
-        if (EnvType(env) == 0) {
-            EnvAddKey(env, i, 10.0 * i);
-        } else {
-            EnvAddKeyInt(env, i, 10 * i);
-        }
-    }
-    UndoSysResume();
-}
-
-class KeyAccess : public ::testing::Test {
+class KeyAccess : public UndoTest {
   protected:
     void SetUp() override {
-        UndoSysStartup();
-        UndoSysClear();
-        TimeSetGlobalFPS(30.0);
+        UndoTest::SetUp();
         fill(e.env);
         e.notes.take();
-    }
-    void TearDown() override {
-        UndoSysClear();
-        UndoSysEnable(1);
-        TimeSetGlobalFPS(24.0);
-        UndoSysShutdown();
     }
     ListenedEnvelope e;
     Cursor c{e.env};  // released before the envelope and its port
