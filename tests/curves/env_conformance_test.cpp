@@ -1,19 +1,12 @@
 // Envelope rules that hosts rely on beyond the single-key edits: what setters refuse, how a
 // pasted key is owned, and how structural undo steps announce themselves.
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <functional>
 #include <limits>
-#include <string>
-#include <vector>
 
-#include <vexor/env.h>
 #include <vexor/failure.h>
-#include <vexor/log.h>
-#include <vexor/time.h>
-#include <vexor/undo.h>
 
 #include "env_fixture.h"
 

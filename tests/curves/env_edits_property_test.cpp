@@ -1,17 +1,10 @@
 // Every envelope edit is atomic under allocation failure, and random sequences of all edits
 // undo and redo bit for bit.
-#include <gtest/gtest.h>
 
 #include <functional>
 #include <iterator>
 #include <memory>
 #include <random>
-#include <string>
-#include <vector>
-
-#include <vexor/env.h>
-#include <vexor/time.h>
-#include <vexor/undo.h>
 
 #include "env_fixture.h"
 #include "support/atomicity.h"

@@ -1,5 +1,6 @@
 // Shared pieces of the envelope tests: an envelope with a listening port, a full snapshot of
 // its state, the notes observers heard, the log's lines, and the undo system around a test.
+// It brings the headers every envelope test uses.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -64,6 +65,23 @@ inline std::string bits(double value) {
     return text;
 }
 
+// A key bit for bit, ignoring the links. With `as_loaded`, the key as a save and a load give it
+// back: narrowed to single precision, and side 1 zero when the key has no break.
+inline std::string describe(const EnvKey &key, bool integer, bool as_loaded = false) {
+    const bool side1 = !as_loaded || (key.flags & 0x7u) != 0;
+    auto num = [&](double v) {
+        return bits(as_loaded ? static_cast<double>(static_cast<float>(v)) : v);
+    };
+    std::string text = num(key.time) + " f" + std::to_string(key.flags);
+    for (int s = 0; s < 2; ++s) {
+        const EnvKeySide side = s == 0 || side1 ? key.side[s] : EnvKeySide{};
+        text += " [" + std::to_string(side.flags) + " " +
+                (integer ? std::to_string(side.value.i) : num(side.value.f)) + " " +
+                num(side.slope) + " " + num(side.weight) + "]";
+    }
+    return text;
+}
+
 // Every setting and every key field, bit for bit.
 inline std::string snapshot(Envelope *env) {
     std::string text = "type " + std::to_string(EnvType(env)) + " pre " +
@@ -72,12 +90,7 @@ inline std::string snapshot(Envelope *env) {
                        std::to_string(EnvInterpolation(env)) + "\n";
     const EnvKeyList *list = EnvGetKeyList(env);
     for (const EnvKey *k = list->head; k->succ != nullptr; k = k->succ) {
-        text += bits(k->time) + " f" + std::to_string(k->flags);
-        for (const EnvKeySide &s : k->side) {
-            text += " [" + std::to_string(s.flags) + " " + bits(s.value.f) + " " + bits(s.slope) +
-                    " " + bits(s.weight) + "]";
-        }
-        text += "\n";
+        text += describe(*k, EnvType(env) == 1) + "\n";
     }
     return text;
 }

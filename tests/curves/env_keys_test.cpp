@@ -1,20 +1,12 @@
 // Envelope keys as callers see them through the C interface: lookup, edits, their notes
 // through do, undo and redo, their debug lines, and the rules that keep keys ordered.
-#include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdint>
 #include <cstdio>
 #include <memory>
-#include <string>
-#include <vector>
 
-#include <vexor/env.h>
 #include <vexor/env_eval.h>
 #include <vexor/failure.h>
-#include <vexor/log.h>
-#include <vexor/time.h>
-#include <vexor/undo.h>
 
 #include "env_fixture.h"
 #include "support/alloc_injection.h"

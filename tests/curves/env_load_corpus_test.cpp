@@ -1,13 +1,8 @@
 // Replays the envelope-load fuzz corpus as ordinary tests: every input the fuzzer was seeded
 // with keeps the properties the fuzz target checks, and the named seeds load or are refused
 // as their names say.
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
 
 #include <vexor/block.h>
-#include <vexor/env.h>
 #include <vexor/env_io.h>
 
 #include "env_fixture.h"

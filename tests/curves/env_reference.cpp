@@ -78,29 +78,21 @@ double ref_slope(const RefCurve &curve, std::size_t i, bool outgoing) {
                 return ((in_value(k) - out_value(p)) + (in_value(nx) - out_value(k))) /
                        (nx.time - p.time);
             }
-            if (has_next) {
-                if (curve.pre == 1 || curve.pre == 3) return 0.0;
-                if (curve.pre == 4) {
-                    if (curve.post != 4) return ref_slope(curve, n - 1, false);
-                    const RefKey &l = keys[n - 1];
-                    const RefKey &lp = keys[n - 2];
-                    const RefKey &nx = keys[i + 1];
-                    return ((in_value(l) - out_value(lp)) + (in_value(nx) - out_value(k))) /
-                           ((nx.time - k.time) + (l.time - lp.time));
+            if (has_prev != has_next) {
+                // An end key: its one segment a-b, and under offset repeat at both ends the
+                // segment c-d across the wrap as well.
+                const unsigned behavior = has_next ? curve.pre : curve.post;
+                const RefKey &a = has_next ? k : keys[i - 1], &b = has_next ? keys[i + 1] : k;
+                if (behavior == 1 || behavior == 3) return 0.0;
+                if (behavior == 4) {
+                    if ((has_next ? curve.post : curve.pre) != 4) {
+                        return ref_slope(curve, has_next ? n - 1 : 0, false);
+                    }
+                    const RefKey &c = keys[has_next ? n - 2 : 0], &d = keys[has_next ? n - 1 : 1];
+                    return ((in_value(b) - out_value(a)) + (in_value(d) - out_value(c))) /
+                           ((b.time - a.time) + (d.time - c.time));
                 }
-                return line(k, keys[i + 1]);
-            }
-            if (has_prev) {
-                if (curve.post == 1 || curve.post == 3) return 0.0;
-                if (curve.post == 4) {
-                    if (curve.pre != 4) return ref_slope(curve, 0, false);
-                    const RefKey &p = keys[i - 1];
-                    const RefKey &f = keys[0];
-                    const RefKey &fs = keys[1];
-                    return ((in_value(k) - out_value(p)) + (in_value(fs) - out_value(f))) /
-                           ((k.time - p.time) + (fs.time - f.time));
-                }
-                return line(keys[i - 1], k);
+                return line(a, b);
             }
             return 0.0;
         default:

@@ -1,22 +1,15 @@
 // The key access object as a host uses it: walking keys, reading them by side, the codes of
 // mismatched types and refused edits, losing the current key to removals (heard on the port,
 // or noticed without one), its listener's life, and its edits through undo and failure.
-#include <gtest/gtest.h>
 
 #include <cmath>
 #include <functional>
 #include <limits>
 #include <memory>
-#include <string>
-#include <vector>
 
-#include <vexor/env.h>
 #include <vexor/failure.h>
-#include <vexor/port.h>
 #include <vexor/sys/component.h>
 #include <vexor/sys/key_access.h>
-#include <vexor/time.h>
-#include <vexor/undo.h>
 
 #include "env_fixture.h"
 #include "support/alloc_injection.h"
