@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <numeric>
 #include <random>
@@ -417,6 +418,61 @@ TEST(EnvLookupIndex, WithoutMemoryForTheIndexLookupsWalkTheList) {
     env::drop_index(*e.env);
     EXPECT_EQ(e.env->index, nullptr);
     expect_lookups_right(e.env, rng);
+}
+
+// Evaluation reads each segment from the index once it is filled; every way of changing what
+// the curve is made of, with or without a note, undone and redone, must be seen at once.
+TEST(EnvLookupIndex, EvaluationFollowsEveryChangeOfTheKeysAndSettings) {
+    UndoSysStartup();
+    UndoSysClear();
+    std::mt19937_64 rng(57);
+    Owned e(random_curve(rng, 40));
+    EnvSetPreBehavior(e.env, ENV_BEHAVIOR_REPEAT);
+    EnvSetPostBehavior(e.env, ENV_BEHAVIOR_LINEAR);
+    EnvSetInterpolation(e.env, ENV_INTERP_CURVE);
+    EnvKey *k = nth_key(e.env, 12);
+    EnvKey *end = nth_key(e.env, 39);
+    const std::pair<const char *, std::function<void()>> changes[] = {
+        {"value", [&] { EnvKeySetValue(e.env, k, 7.5); }},
+        {"manual slope", [&] { EnvKeySetSlopeType(e.env, k, 0, ENV_SLOPE_MANUAL); }},
+        {"slope", [&] { EnvKeySetSlopeValue(e.env, k, 0, 3.0); }},
+        {"stored weight", [&] { EnvKeySetWeightType(e.env, k, 0, 1); }},
+        {"weight", [&] { EnvKeySetWeightValue(e.env, k, 0, 0.1); }},
+        {"raw weight of the key alone", [&] { EnvKeySetRawWeight(k, 0, 0.05); }},
+        {"value break as a user flag", [&] { EnvKeySetUserFlag(k, ENV_BREAK_VALUE); }},
+        {"active side", [&] { EnvKeySetActiveValue(e.env, k, 1); }},
+        {"slope break", [&] { EnvKeyBreak(e.env, k, ENV_BREAK_SLOPE); }},
+        {"inverted tangent", [&] { EnvKeyTangentInvert(e.env, k, 1); }},
+        {"stepped into the next key",
+         [&] { EnvKeySetSlopeType(e.env, EnvNextKey(e.env, k->time), 0, ENV_SLOPE_STEPPED); }},
+        {"raw tangents",
+         [&] { EnvKeySetRawTangents(e.env, k, 0, 2.0, ENV_SLOPE_AUTO, 0.0, 0, 0.0, 0); }},
+        {"raw tangents without the envelope",
+         [&] { EnvKeySetRawTangents(nullptr, end, 0, -2.0, ENV_SLOPE_MANUAL, 4.0, 1, 0.2, 0); }},
+        {"linear, directly", [&] { EnvSetInterpolationDirect(e.env, ENV_INTERP_LINEAR); }},
+        {"curve, directly", [&] { EnvSetInterpolationDirect(e.env, ENV_INTERP_CURVE); }},
+        {"offset repeat at both ends, directly",
+         [&] {
+             EnvSetPreBehaviorDirect(e.env, ENV_BEHAVIOR_OFFSET_REPEAT);
+             EnvSetPostBehaviorDirect(e.env, ENV_BEHAVIOR_OFFSET_REPEAT);
+         }},
+        {"key moved", [&] { EnvKeySetTime(e.env, end, end->time + 0.5, 0); }},
+        {"all undone",
+         [&] {
+             while (UndoSysUndo()) continue;
+         }},
+        {"all redone",
+         [&] {
+             while (UndoSysRedo()) continue;
+         }},
+    };
+    expect_agrees_with_reference(e.env, "before");
+    for (const auto &[name, change] : changes) {
+        change();
+        expect_agrees_with_reference(e.env, name);
+    }
+    UndoSysClear();
+    UndoSysShutdown();
 }
 
 // ---- Bounds -------------------------------------------------------------------------------
