@@ -13,6 +13,7 @@
 #include "foundation/guard.h"
 #include "foundation/lanes.h"
 #include "render/irr_cache.h"
+#include "render/irr_index.h"
 
 namespace vx::irr {
 
@@ -195,6 +196,31 @@ void descend(const Node &top, const double top_corner[3], Gather &g) noexcept {
     }
 }
 
+// The same descent over the packed copy: its nodes in the order the descent meets them, a node
+// that fails its tests skipped with its whole subtree.
+void walk(const Index &index, Gather &g) noexcept {
+    const std::vector<PackedNode> &nodes = index.nodes[g.list];
+    const Block *blocks = index.blocks.data();
+    const F q = {g.q[0], g.q[1], g.q[2], 0.0f};
+    const std::size_t count = nodes.size();
+    for (std::size_t i = 0; i < count;) {
+        const PackedNode &node = nodes[i];
+        if (node.depth >= g.depths) reach_depth(g, node.depth);
+        const F low = load(node.low), high = load(node.high), offset = q - load(node.corner);
+        const float reach = std::min(std::max(low[3] * g.half_scale, g.low), g.high);
+        const float m = g.margin_at[node.depth], grown = g.edge_at[node.depth] + m;
+        const unsigned out =
+            lanes_set((q < low - reach) | (q > high + reach) | (offset < -m) | (offset > grown)) &
+            7u;
+        if (out != 0) {
+            i = node.end;
+            continue;
+        }
+        for (std::uint32_t b = 0; b < node.count; ++b) scan(blocks[node.first + b], g);
+        ++i;
+    }
+}
+
 }  // namespace
 
 unsigned gather(const IrrCache &cache, IrrCacheQuery &query) noexcept {
@@ -223,6 +249,10 @@ unsigned gather(const IrrCache &cache, IrrCacheQuery &query) noexcept {
     std::fill(query.irradiance2, query.irradiance2 + 3, 0.0f);
     query.weight = query.weight2 = 0.0f;
     query.count = 0;
+    if (const Index *index = index_for(cache)) {
+        walk(*index, g);
+        return query.count;
+    }
     for (int i = 0; i < 8; ++i) {
         if (cache.top[i] == nullptr) continue;
         double corner[3];
