@@ -128,7 +128,6 @@ TEST_F(Levels, PatchLevelsClampToOneTo4095AndReturnTheClampedLevel) {
     EXPECT_EQ(PTCHSetLevel(nullptr, 9000), 0);
 }
 
-
 TEST_F(Levels, CageModeIsQuietAndRefreshesByItsOwnerWhileLinearUVsAnnounceAChange) {
     float p[3];
     EXPECT_EQ(SUBDSetCageMode(shape.mesh, 1), 1);
