@@ -663,35 +663,26 @@ TEST(EnvBisection, GivesExactlyTheLastMidpointOfFourteenHalvings) {
     }
 }
 
-}  // namespace
-}  // namespace vx::test
-
-namespace vx::test {
-namespace {
-
 // Right past the tolerance before the first key, a repeating curve maps the time to the
 // tolerance edge of the last key, where rounding makes it read that key. Dense sampling never
 // lands on those instants; the bounds must still hold what the curve takes there.
 TEST(EnvBoundsValue, IncludeWhatTheCurveTakesAtTheToleranceEdge) {
-    Envelope *e = EnvCreate(nullptr);
-    EnvAddKey(e, 0.0, 1.0);
-    EnvAddKey(e, 0.4, 5.0);
-    EnvKey *last = EnvAddKey(e, 1.0, 2.0);
-    EnvKeyBreak(e, last, ENV_BREAK_VALUE);
-    EnvKeySetTangentValue(e, last, 1, -3.0);
-    EnvKeySetActiveValue(e, last, 1);
-    EnvSetInterpolation(e, ENV_INTERP_STEPPED);
-    EnvSetPreBehavior(e, ENV_BEHAVIOR_REPEAT);
+    Owned e(make_curve({{0.0, 1.0}, {0.4, 5.0}, {1.0, 2.0}}, ENV_BEHAVIOR_REPEAT,
+                       ENV_BEHAVIOR_CONSTANT, ENV_INTERP_STEPPED));
+    EnvKey *last = nth_key(e.env, 2);
+    UndoSysSuspend();
+    EnvKeyBreak(e.env, last, ENV_BREAK_VALUE);
+    EnvKeySetTangentValue(e.env, last, 1, -3.0);
+    EnvKeySetActiveValue(e.env, last, 1);
+    UndoSysResume();
     const double edge = std::nextafter(-0.0001, -1.0);
     double lo = 0.0;
     double hi = 0.0;
-    EnvBoundsValue(e, -0.5, 0.0, &lo, &hi);
-    EXPECT_EQ(lo, EnvEvaluate(e, edge));
+    EnvBoundsValue(e.env, -0.5, 0.0, &lo, &hi);
+    EXPECT_EQ(lo, EnvEvaluate(e.env, edge));
     EXPECT_EQ(lo, -3.0);
-    EnvBoundsValue(e, -0.5, -0.001, &lo, &hi);
+    EnvBoundsValue(e.env, -0.5, -0.001, &lo, &hi);
     EXPECT_EQ(lo, 5.0) << "away from the edge the last key is not read";
-    UndoSysClear();
-    EnvDestroyNoUndo(e);
 }
 
 }  // namespace
