@@ -245,6 +245,9 @@ void prepare_runs(CineModNode &node, const Modifiers &mods) {
         return it != mods.writers.end() ? &it->second : nullptr;
     };
     node.runs_in.clear();
+    node.in_records.assign(node.inputs.size(), nullptr);
+    node.moving.clear();
+    node.moving.reserve(node.inputs.size());
     node.runs_out.clear();
     node.output_objects.clear();
     node.runs_in.reserve(node.inputs.size());
@@ -283,6 +286,7 @@ void link(Modifiers &mods) {
         for (auto &[key, node] : record->instances) nodes.push_back(node);
     }
     mods.writers.clear();
+    mods.generation.fetch_add(1, std::memory_order_acq_rel);
     mods.order.clear();
     for (CineModNode *node : nodes) {
         node->inputs.clear();
@@ -404,6 +408,7 @@ void drop_item_nodes(EvalData &data, const CineItem &item) noexcept {
     std::erase_if(mods.order, gone);
     for (auto &[key, writers] : mods.writers) std::erase_if(writers, gone);
     std::erase_if(mods.writers, [](const auto &entry) { return entry.second.empty(); });
+    mods.generation.fetch_add(1, std::memory_order_acq_rel);
     for (auto &record : mods.records) {
         std::erase_if(record->instances, [](const auto &entry) {
             if (entry.second->item != nullptr) return false;
@@ -429,6 +434,7 @@ void destroy_modifiers(EvalData &data) noexcept {
     mods.made.clear();
     mods.order.clear();
     mods.writers.clear();
+    mods.generation.fetch_add(1, std::memory_order_acq_rel);
     mods.validated = false;
 }
 
