@@ -69,8 +69,10 @@ struct ValueRecord {
     std::uint64_t epoch = 0;       // the cache's epoch when stored
     Envelope *envelope = nullptr;  // the envelope the value came from, without modifiers
     // The nodes that write the channel, as found in the modifiers' `generation` noted here, so
-    // that a value computed again needs no look-up of them (null when none does).
+    // that a value computed again needs no look-up of them (null when none does); the node
+    // itself when it is the only one.
     const std::vector<CineModNode *> *writers = nullptr;
+    CineModNode *sole_writer = nullptr;
     std::uint64_t writers_generation = 0;
 
     void invalidate() noexcept { flags.fetch_and(static_cast<std::uint8_t>(~kValid)); }

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <vector>
 
 #include "curves/env_evaluate.h"
@@ -49,18 +50,41 @@ bool node_runs(const CineModNode &node) noexcept {
 }
 
 using Writers = std::vector<CineModNode *>;
+using WriterList = std::span<CineModNode *const>;
 
-// The nodes that write a channel. A record remembers them while the set of nodes holds, so a
-// value computed again does not look them up.
-const Writers *writers_for(Cache &cache, const ChannelKey &key, const ValueRecord *found) {
-    const std::uint64_t generation =
-        cache.data().modifiers.generation.load(std::memory_order_acquire);
-    if (found != nullptr && found->writers_generation == generation) return found->writers;
-    return writers_of(cache.data(), key);
+WriterList list_of(const Writers *writers) noexcept {
+    return writers != nullptr ? WriterList(writers->data(), writers->size()) : WriterList();
 }
 
-void remember_writers(const Cache &cache, ValueRecord &rec, const Writers *writers) noexcept {
-    rec.writers = writers;
+// The nodes that write a channel, and whether its record remembers them: a record remembers
+// them while the set of nodes holds, so a value computed again does not look them up.
+struct FoundWriters {
+    WriterList list;
+    const Writers *vector = nullptr;  // when looked up
+    bool remembered = false;
+};
+
+// `known` are the writers validation found for a node's input (null: look them up).
+FoundWriters writers_for(Cache &cache, const ChannelKey &key, const ValueRecord *found,
+                         const Writers *const *known) {
+    const std::uint64_t generation =
+        cache.data().modifiers.generation.load(std::memory_order_acquire);
+    FoundWriters out;
+    if (found != nullptr && found->writers_generation == generation) {
+        out.remembered = true;
+        out.list = found->sole_writer != nullptr ? WriterList(&found->sole_writer, 1)
+                                                 : list_of(found->writers);
+        return out;
+    }
+    out.vector = known != nullptr ? *known : writers_of(cache.data(), key);
+    out.list = list_of(out.vector);
+    return out;
+}
+
+void remember_writers(const Cache &cache, ValueRecord &rec, const FoundWriters &writers) noexcept {
+    if (writers.remembered) return;
+    rec.writers = writers.vector;
+    rec.sole_writer = writers.list.size() == 1 ? writers.list.front() : nullptr;
     rec.writers_generation = cache.data().modifiers.generation.load(std::memory_order_acquire);
 }
 
@@ -109,18 +133,19 @@ void read_inputs(Cache &cache, CineModNode &node, Computed &value) {
     const std::uint64_t drops = cache.drops();
     node.records_of = 0;  // until every input has its record again
     if (known && node.records_drops == drops) {
-        for (const std::uint32_t i : node.moving) {
+        for (std::uint32_t m = 0; m < node.moving_count; ++m) {
+            const std::uint32_t i = node.moving[m];
             auto *found = const_cast<ValueRecord *>(node.in_records[i]);
             if (read_input(cache, node, i, found)) value.animated = true;
         }
     } else {
-        node.moving.clear();  // its capacity holds every input: no allocation
+        node.moving_count = 0;
         for (std::uint32_t i = 0; i < node.runs_in.size(); ++i) {
             ValueRecord *found = known ? const_cast<ValueRecord *>(node.in_records[i])
                                        : cache.find(node.runs_in[i].key);
             if (!read_input(cache, node, i, found)) continue;
             value.animated = true;
-            node.moving.push_back(i);
+            node.moving[node.moving_count++] = i;
         }
     }
     node.records_of = cache.serial();
@@ -150,8 +175,8 @@ void run_node(Cache &cache, CineModNode &node, const ChannelKey &key, Passing &p
         }
     }
     CineModEval context;
-    context.inputs = node.in_records.data();
-    context.input_count = node.in_records.size();
+    context.inputs = node.in_records;
+    context.input_count = node.runs_in.size();
     context.outputs = node.runs_out.data();
     context.output_count = node.runs_out.size();
     context.time = cache.time();
@@ -217,15 +242,14 @@ const ValueRecord &compute(Cache &cache, const ChannelKey &key, const cine::Chan
                            ValueRecord *found, const Writers *const *writers_known = nullptr) {
     // Every computation sees a validated set of nodes, whichever thread validates first.
     ensure_validated(cache.data());
-    const Writers *writers =
-        writers_known != nullptr ? *writers_known : writers_for(cache, key, found);
+    const FoundWriters writers = writers_for(cache, key, found, writers_known);
     auto description = [&]() -> const cine::ChannelDesc & {
         if (desc == nullptr) desc = cine::item_channel(*key.item, key.channel);
         return *desc;
     };
-    if (writers == nullptr) {
+    if (writers.list.empty()) {
         ValueRecord &rec = found != nullptr ? *found : cache.record(key);
-        remember_writers(cache, rec, nullptr);
+        remember_writers(cache, rec, writers);
         cache.store(rec, action_value(cache, key, description()), *description().value_type);
         return rec;
     }
@@ -234,9 +258,9 @@ const ValueRecord &compute(Cache &cache, const ChannelKey &key, const cine::Chan
     passing.pending = found != nullptr ? found->object != nullptr
                                        : is_object(*description().value_type);
     if (!passing.pending) passing.value = action_value(cache, key, description());
-    if (passing.pending && writers->size() == 1)
+    if (passing.pending && writers.list.size() == 1)
         passing.target = found != nullptr ? found : &cache.record(key);
-    for (CineModNode *node : *writers) {
+    for (CineModNode *node : writers.list) {
         if (node_runs(*node)) run_node(cache, *node, key, passing);
     }
     if (passing.stored) {

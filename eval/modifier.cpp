@@ -245,9 +245,6 @@ void prepare_runs(CineModNode &node, const Modifiers &mods) {
         return it != mods.writers.end() ? &it->second : nullptr;
     };
     node.runs_in.clear();
-    node.in_records.assign(node.inputs.size(), nullptr);
-    node.moving.clear();
-    node.moving.reserve(node.inputs.size());
     node.runs_out.clear();
     node.output_objects.clear();
     node.runs_in.reserve(node.inputs.size());
@@ -276,6 +273,27 @@ void prepare_runs(CineModNode &node, const Modifiers &mods) {
         if (node.runs_out[i].is_object) node.runs_out[i].object = &node.output_objects[i];
     }
     node.records_of = 0;
+}
+
+// Gives every node that runs its run of entries in the modifiers' input lists. Nodes of items
+// with neighbouring serials (items made together, such as a placed item and its transforms)
+// get neighbouring runs, so that reading one channel walks the lists rather than the heap.
+void lay_out_scratch(Modifiers &mods) {
+    std::vector<CineModNode *> layout = mods.order;
+    std::stable_sort(layout.begin(), layout.end(), [](const CineModNode *a, const CineModNode *b) {
+        return a->item->serial < b->item->serial;
+    });
+    std::size_t total = 0;
+    for (const CineModNode *node : layout) total += node->inputs.size();
+    mods.input_records.assign(total, nullptr);
+    mods.moving_inputs.assign(total, 0);
+    std::size_t at = 0;
+    for (CineModNode *node : layout) {
+        node->in_records = mods.input_records.data() + at;
+        node->moving = mods.moving_inputs.data() + at;
+        node->moving_count = 0;
+        at += node->inputs.size();
+    }
 }
 
 // Declares every node's links, finds the cycles and puts the rest in an order where a node
@@ -327,6 +345,7 @@ void link(Modifiers &mods) {
     }
     std::erase_if(mods.writers, [](const auto &entry) { return entry.second.empty(); });
     for (CineModNode *node : mods.order) prepare_runs(*node, mods);
+    lay_out_scratch(mods);
 }
 
 }  // namespace
@@ -433,6 +452,8 @@ void destroy_modifiers(EvalData &data) noexcept {
     mods.records.clear();
     mods.made.clear();
     mods.order.clear();
+    mods.input_records.clear();
+    mods.moving_inputs.clear();
     mods.writers.clear();
     mods.generation.fetch_add(1, std::memory_order_acq_rel);
     mods.validated = false;

@@ -81,8 +81,11 @@ struct CineModNode {
     std::uint64_t records_drops = 0;
     // Made by validation for every node that runs. A run fills them in place, so it allocates
     // nothing; they belong to the thread that holds `lock`.
-    std::vector<const vx::eval::ValueRecord *> in_records;  // by input
-    std::vector<std::uint32_t> moving;  // inputs that depended on the time at the last run
+    // By input, and the inputs that depended on the time at the last run: both in the
+    // modifiers' lists (Modifiers::input_records), beside those of the nodes of nearby items.
+    const vx::eval::ValueRecord **in_records = nullptr;
+    std::uint32_t *moving = nullptr;
+    std::uint32_t moving_count = 0;
     std::vector<vx::eval::InputRun> runs_in;
     std::vector<vx::eval::OutputRun> runs_out;
     std::vector<vx::value::Value> output_objects;
@@ -124,6 +127,11 @@ struct Modifiers {
     std::vector<std::unique_ptr<ModRecord>> records;  // in order of the servers
     std::vector<CineModNode *> made;                  // nodes made by the last validation, in order
     std::vector<CineModNode *> order;  // every linked node that runs, inputs before users
+    // What the nodes' runs keep of their inputs (CineModNode::in_records and moving), one run
+    // of entries per node, laid out by the nodes' items so that the nodes one read runs sit
+    // together. Made by validation.
+    std::vector<const ValueRecord *> input_records;
+    std::vector<std::uint32_t> moving_inputs;
     std::unordered_map<ChannelKey, std::vector<CineModNode *>, ChannelKeyHash> writers;
     // Advanced whenever `writers` changes: a value record remembers the writers of its channel
     // with the generation it found them in.
