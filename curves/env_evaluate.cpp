@@ -510,6 +510,155 @@ Mapped extend(Envelope &env, EnvKey &first, EnvKey &last, double time) noexcept 
     return Mapped{false, 0.0, time, 0.0};
 }
 
+// ---- Evaluation from the index --------------------------------------------------------------
+
+// Fills the index's segments from the keys: the values, shapes and slopes (written back into
+// the keys, as evaluating each segment would) or Bezier cubics that the segment's value is
+// computed from, with the same arithmetic as from the keys.
+template <bool Int>
+void fill_segments(Envelope &env, LookupIndex &index) noexcept {
+    const std::size_t count = index.count;
+    for (std::size_t i = 0; i < count; ++i) {
+        EnvKey &k = *index.keys[i];
+        SegmentData &seg = index.segments[i];
+        seg.active = active<Int>(k);
+        if (Int || i + 1 == count) continue;
+        EnvKey &n = *index.keys[i + 1];
+        const Shape shape = shape_of(env, k, n);
+        seg.start = shape == Shape::held_active ? seg.active : outgoing<Int>(k);
+        switch (shape) {
+            case Shape::held_active:
+            case Shape::held_outgoing:
+                index.shapes[i] = SegmentShape::held;
+                break;
+            case Shape::line:
+                index.shapes[i] = SegmentShape::line;
+                seg.coef[0] = incoming<Int>(n);
+                break;
+            case Shape::hermite:
+                index.shapes[i] = SegmentShape::hermite;
+                seg.coef[0] = incoming<Int>(n);
+                seg.coef[1] = slope_of<Int>(env, k, true);
+                seg.coef[2] = slope_of<Int>(env, n, false);
+                break;
+            case Shape::bezier: {
+                index.shapes[i] = SegmentShape::bezier;
+                const Bezier b =
+                    bezier_of(k, n, slope_of<Int>(env, k, true), slope_of<Int>(env, n, false));
+                seg.coef[0] = b.ax;
+                seg.coef[1] = b.bx;
+                seg.coef[2] = b.cx;
+                seg.coef[3] = b.ay;
+                seg.coef[4] = b.by;
+                seg.coef[5] = b.cy;
+                break;
+            }
+        }
+    }
+}
+
+// The envelope's index, current and filled for evaluation; null when it has none (too few
+// keys, or no memory for one), and evaluation reads the keys.
+[[gnu::always_inline]] inline LookupIndex *evaluation_index(Envelope &env) noexcept {
+    if (!index_current(env)) [[unlikely]] {
+        if (env.index_skipped == revision(env) + 1 || !build_index(env)) return nullptr;
+    }
+    LookupIndex &index = *env.index;
+    const std::uint64_t loose = loose_key_writes();
+    if (!index.filled || index.loose_stamp != loose) [[unlikely]] {
+        if (env.type == kTypeInt) {
+            fill_segments<true>(env, index);
+        } else {
+            fill_segments<false>(env, index);
+        }
+        index.filled = true;
+        index.loose_stamp = loose;
+    }
+    return &index;
+}
+
+// The weighted segment from key i of the index at a time inside it. The search for u starts as
+// bezier_value's does.
+[[gnu::noinline]] double indexed_bezier(Envelope &env, const LookupIndex &index, std::size_t i,
+                                        double time) noexcept {
+    const SegmentData &seg = index.segments[i];
+    const double k_time = index.times[i];
+    const EnvKey *k = index.keys[i];
+    const std::uint64_t stamp = revision(env);
+    double guess;
+    int steps;
+    if (env.solved_key == k && env.solved_edits == stamp && env.solved_slope > 0.0) {
+        guess = env.solved_u + (time - env.solved_time) / env.solved_slope;
+        steps = 1;
+    } else {
+        guess = (time - k_time) / (index.times[i + 1] - k_time);
+        steps = 2;
+    }
+    const double *c = seg.coef;
+    const Solved solved = bisect_cubic(c[0], c[1], c[2], k_time, time, guess, steps);
+    env.solved_key = k;
+    env.solved_edits = stamp;
+    env.solved_time = time;
+    env.solved_u = solved.u;
+    env.solved_slope = solved.slope;
+    const double u = solved.u;
+    return ((c[3] * u + c[4]) * u + c[5]) * u + seg.start;
+}
+
+// The curve from the index at a time whose place among the keys is known: `at` keys are not
+// later than it by more than the tolerance. Answers as keyed_value does from the keys, and
+// leaves the lookup cache as it does.
+template <bool Int>
+[[gnu::always_inline]] inline double value_at(Envelope &env, LookupIndex &index, std::size_t at,
+                                              double time) noexcept {
+    if (at == 0) return index.segments[0].active;  // before the first key
+    const std::size_t count = index.count;
+    env.lookup_key = index.keys[at - 1];
+    env.lookup_next = at < count ? index.keys[at] : nullptr;
+    const std::size_t i = at - 1;
+    const SegmentData &seg = index.segments[i];
+    if constexpr (Int) {
+        return seg.active;
+    } else {
+        const double k_time = index.times[i];
+        if (at == count || time - k_time < kTolerance) return seg.active;
+        const double d = index.times[at] - k_time;
+        switch (index.shapes[i]) {
+            case SegmentShape::held:
+                return seg.start;
+            case SegmentShape::line:
+                return line_value(time, k_time, d, seg.start, seg.coef[0]);
+            case SegmentShape::hermite:
+                return hermite_value((time - k_time) / d, seg.start, seg.coef[0], seg.coef[1],
+                                     seg.coef[2], d);
+            case SegmentShape::bezier:
+                return indexed_bezier(env, index, i, time);
+        }
+        return seg.start;
+    }
+}
+
+// Whether `at` keys are not later than the limit: at is the place of a time in the keys.
+[[gnu::always_inline]] inline bool place_holds(const LookupIndex &index, std::size_t at,
+                                               double limit) noexcept {
+    const double *times = index.times;
+    return (at == 0 || times[at - 1] <= limit) && (at == index.count || times[at] > limit);
+}
+
+// The curve at a time inside the keys, from the index: the segment of the time is the one of
+// the last call or the next during playback, else found by search.
+template <bool Int>
+inline double indexed_value(Envelope &env, LookupIndex &index, double time) noexcept {
+    const double limit = time + kTolerance;
+    std::size_t at = index.cursor;
+    if (!place_holds(index, at, limit)) {
+        at = at < index.count && place_holds(index, at + 1, limit) ? at + 1
+                                                                   : keys_not_later(index, limit);
+        index.cursor = at;
+    }
+    return value_at<Int>(env, index, at, time);
+}
+
 // ---- Evaluation ---------------------------------------------------------------------------
 
 // The curve at a time inside the keys (or a time no behaviour maps), without any offset.
@@ -521,6 +670,7 @@ Mapped extend(Envelope &env, EnvKey &first, EnvKey &last, double time) noexcept 
 // backwards, outside its span, for that one instant.
 template <bool Int>
 inline double keyed_value(Envelope &env, double time) noexcept {
+    if (LookupIndex *index = evaluation_index(env)) return indexed_value<Int>(env, *index, time);
     const Found found = locate(env, time);
     EnvKey *k = found.at_or_before;
     EnvKey *n = found.after;
@@ -867,14 +1017,35 @@ int to_int(double value) noexcept {
     return static_cast<int>(value);
 }
 
+// Times inside the keys go straight to the index when there is one (an envelope with an index
+// has keys); the rest are mapped by the behaviours first. A time between the two keys around
+// the last time evaluated is inside the keys: playback needs no other test.
+template <bool Int>
+inline double evaluate_curve(Envelope &env, double time) noexcept {
+    if (env.type != (Int ? kTypeInt : kTypeFloat)) return 0.0;
+    if (LookupIndex *index = evaluation_index(env)) {
+        const double limit = time + kTolerance;
+        const double *times = index->times;
+        const std::size_t at = index->cursor;
+        if (at - 1 < index->count - 1 && times[at - 1] <= limit && times[at] > limit) {
+            return value_at<Int>(env, *index, at, time);
+        }
+        if (!(times[0] - time > kTolerance) && !(time - times[index->count - 1] > kTolerance)) {
+            return indexed_value<Int>(env, *index, time);
+        }
+    } else if (is_empty(env)) {
+        return 0.0;
+    }
+    return value_of_curve<Int>(env, time);
+}
+
 double evaluate(Envelope &env, double time) noexcept {
-    if (!evaluable<false>(env)) return 0.0;
-    return value_of_curve<false>(env, time);
+    return evaluate_curve<false>(env, time);
 }
 
 int evaluate_int(Envelope &env, double time) noexcept {
-    if (!evaluable<true>(env)) return 0;
-    return to_int(value_of_curve<true>(env, time));
+    if (env.type != kTypeInt) return 0;
+    return to_int(evaluate_curve<true>(env, time));
 }
 
 void bounds_value(Envelope &env, double start, double end, double *min, double *max) noexcept {
