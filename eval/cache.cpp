@@ -18,9 +18,8 @@ namespace {
 std::atomic<std::uint64_t> next_serial{1};
 
 // A record of an object channel is followed by its value in one block.
-constexpr std::size_t kObjectOffset =
-    (sizeof(ValueRecord) + alignof(value::Value) - 1) / alignof(value::Value) *
-    alignof(value::Value);
+constexpr std::size_t kObjectOffset = (sizeof(ValueRecord) + alignof(value::Value) - 1) /
+                                      alignof(value::Value) * alignof(value::Value);
 constexpr std::size_t kObjectRecordSize = kObjectOffset + sizeof(value::Value);
 
 value::Value *object_beside(ValueRecord *rec) noexcept {

@@ -137,9 +137,7 @@ class Cache {
     void forget_item(const CineItem &item) noexcept;
 
     const ValueRecord &time_record() const noexcept { return time_record_; }
-    std::size_t live_records() const noexcept {
-        return records_.live() + object_records_.live();
-    }
+    std::size_t live_records() const noexcept { return records_.live() + object_records_.live(); }
 
     // Shared caches: evaluators attached; the in-use flag is set while any is.
     std::int32_t refs = 0;

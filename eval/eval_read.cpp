@@ -255,8 +255,8 @@ const ValueRecord &compute(Cache &cache, const ChannelKey &key, const cine::Chan
     }
     Passing passing;
     // A record of an object channel always carries its object.
-    passing.pending = found != nullptr ? found->object != nullptr
-                                       : is_object(*description().value_type);
+    passing.pending =
+        found != nullptr ? found->object != nullptr : is_object(*description().value_type);
     if (!passing.pending) passing.value = action_value(cache, key, description());
     if (passing.pending && writers.list.size() == 1)
         passing.target = found != nullptr ? found : &cache.record(key);
@@ -276,8 +276,9 @@ const ValueRecord &compute(Cache &cache, const ChannelKey &key, const cine::Chan
         value.animated = value.animated || base.animated;
     }
     value.modified = true;
-    ValueRecord &rec =
-        passing.target != nullptr ? *passing.target : found != nullptr ? *found : cache.record(key);
+    ValueRecord &rec = passing.target != nullptr ? *passing.target
+                       : found != nullptr        ? *found
+                                                 : cache.record(key);
     remember_writers(cache, rec, writers);
     cache.store(rec, value, *description().value_type);
     return rec;
