@@ -159,11 +159,13 @@ void BinarySearchFloor(benchmark::State &state) {
     const std::vector<double> times = random_times(0.0, kKeys - 1.0);
     std::size_t i = 0;
     for (auto _ : state) {
-        // Branch-free: the select compiles to a conditional move.
+        // Branch-free: the step is masked by the comparison (a select written as `?:` may
+        // compile to a branch, which random times mispredict half of the time).
         const double *base = keys.data();
+        const double t = times[i];
         for (std::size_t len = keys.size(); len > 1;) {
             const std::size_t half = len / 2;
-            base = base[half - 1] <= times[i] ? base + half : base;
+            base += half & (std::size_t{0} - static_cast<std::size_t>(base[half - 1] <= t));
             len -= half;
         }
         benchmark::DoNotOptimize(base);

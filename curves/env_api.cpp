@@ -125,18 +125,21 @@ VX_API void EnvSetPreBehaviorDirect(Envelope *env, unsigned int behavior) {
     edit(env, [&] {
         require_behavior(behavior);
         env->pre_behavior = behavior;
+        mark_changed(*env);
     });
 }
 VX_API void EnvSetPostBehaviorDirect(Envelope *env, unsigned int behavior) {
     edit(env, [&] {
         require_behavior(behavior);
         env->post_behavior = behavior;
+        mark_changed(*env);
     });
 }
 VX_API void EnvSetInterpolationDirect(Envelope *env, unsigned int interpolation) {
     edit(env, [&] {
         require_interpolation(interpolation);
         env->interpolation = interpolation;
+        mark_changed(*env);
     });
 }
 
@@ -391,12 +394,14 @@ VX_API int EnvKeyGetUserFlag(const EnvKey *key, unsigned int bits) {
 VX_API int EnvKeySetUserFlag(EnvKey *key, unsigned int bits) {
     if (key == nullptr || (key->flags & bits) != 0) return 0;
     key->flags |= bits;
+    note_loose_key_write(bits, 0);
     return 1;
 }
 
 VX_API int EnvKeyClearUserFlag(EnvKey *key, unsigned int bits) {
     if (key == nullptr || (key->flags & bits) == 0) return 0;
     key->flags ^= bits;  // toggles: asked bits that were clear become set
+    note_loose_key_write(bits, 0);
     return 1;
 }
 
@@ -406,6 +411,7 @@ VX_API int EnvKeyTangentSetUserFlag(EnvKey *key, int side, unsigned int bits) {
     unsigned int &flags = key->side[side].flags;
     if ((flags & bits) != 0) return 0;
     flags |= bits;
+    note_loose_key_write(0, bits);
     return 1;
 }
 
@@ -415,6 +421,7 @@ VX_API int EnvKeyTangentClearUserFlag(EnvKey *key, int side, unsigned int bits) 
     unsigned int &flags = key->side[side].flags;
     if ((flags & bits) == 0) return 0;
     flags ^= bits;
+    note_loose_key_write(0, bits);
     return 1;
 }
 
@@ -429,6 +436,7 @@ VX_API void EnvKeySetWeightValueD(EnvKey *key, int side, double weight) {
         require(key != nullptr && valid_side(side), "no key, or no such side");
         require_finite(weight, "the weight is not a finite number");
         key->side[side].weight = weight;
+        note_loose_key_write(0, ENV_WEIGHT_MANUAL);
     });
 }
 
@@ -465,6 +473,11 @@ VX_API void EnvKeySetRawTangents(Envelope *env, EnvKey *key, int side, double va
     if (side == 0) {
         write_shape(key->side[1]);
         key->side[1].weight = weight_type != 0 ? -1.0 : 0.0;
+    }
+    if (env != nullptr) {
+        mark_changed(*env);
+    } else {
+        note_loose_key_write(kBrokenMask, kSlopeTypeMask);
     }
 }
 

@@ -510,6 +510,169 @@ Mapped extend(Envelope &env, EnvKey &first, EnvKey &last, double time) noexcept 
     return Mapped{false, 0.0, time, 0.0};
 }
 
+// ---- Evaluation from the index --------------------------------------------------------------
+
+// Fills the index's segments from the keys: the values, shapes and slopes (written back into
+// the keys, as evaluating each segment would) or Bezier cubics that the segment's value is
+// computed from, with the same arithmetic as from the keys.
+template <bool Int>
+void fill_segments(Envelope &env, LookupIndex &index) noexcept {
+    const std::size_t count = index.count;
+    for (std::size_t i = 0; i < count; ++i) {
+        EnvKey &k = *index.keys[i];
+        SegmentData &seg = index.segments[i];
+        seg.k_time = index.times[i];
+        seg.n_time = i + 1 < count ? index.times[i + 1] : kInf;
+        seg.active = active<Int>(k);
+        seg.start = seg.active;
+        seg.shape = SegmentShape::held;
+        if (Int || i + 1 == count) continue;
+        EnvKey &n = *index.keys[i + 1];
+        const Shape shape = shape_of(env, k, n);
+        if (shape != Shape::held_active) seg.start = outgoing<Int>(k);
+        switch (shape) {
+            case Shape::held_active:
+            case Shape::held_outgoing:
+                break;
+            case Shape::line:
+                seg.shape = SegmentShape::line;
+                seg.coef[0] = incoming<Int>(n);
+                break;
+            case Shape::hermite:
+                seg.shape = SegmentShape::hermite;
+                seg.coef[0] = incoming<Int>(n);
+                seg.coef[1] = slope_of<Int>(env, k, true);
+                seg.coef[2] = slope_of<Int>(env, n, false);
+                break;
+            case Shape::bezier: {
+                seg.shape = SegmentShape::bezier;
+                const Bezier b =
+                    bezier_of(k, n, slope_of<Int>(env, k, true), slope_of<Int>(env, n, false));
+                index.beziers[i] = BezierData{{b.ax, b.bx, b.cx}, {b.ay, b.by, b.cy}};
+                break;
+            }
+        }
+    }
+}
+
+// Whether the envelope's segments are current: filled from the keys as they are.
+[[gnu::always_inline]] inline bool segments_current(const Envelope &env) noexcept {
+    return env.eval_stamp == revision(env) + 1 && env.eval_loose == loose_key_writes();
+}
+
+// Brings the envelope's segments up to date (building the index first when it is not current);
+// false when the envelope has no index (too few keys, or no memory for one), and evaluation
+// reads the keys.
+[[gnu::noinline]] bool fill_index(Envelope &env) noexcept {
+    if (!index_current(env)) {
+        if (env.index_skipped == revision(env) + 1 || !build_index(env)) return false;
+    }
+    LookupIndex &index = *env.index;
+    if (env.type == kTypeInt) {
+        fill_segments<true>(env, index);
+    } else {
+        fill_segments<false>(env, index);
+    }
+    env.eval_segments = index.segments;
+    env.eval_count = index.count;
+    env.eval_cursor = 0;
+    env.eval_loose = loose_key_writes();
+    env.eval_stamp = revision(env) + 1;
+    return true;
+}
+
+[[gnu::always_inline]] inline bool segments_ready(Envelope &env) noexcept {
+    return segments_current(env) || fill_index(env);
+}
+
+// The weighted segment from key i of the index at a time inside it. The search for u starts as
+// bezier_value's does.
+[[gnu::noinline]] double indexed_bezier(Envelope &env, std::size_t i, double time) noexcept {
+    const LookupIndex &index = *env.index;
+    const SegmentData &seg = index.segments[i];
+    const BezierData &b = index.beziers[i];
+    const EnvKey *k = index.keys[i];
+    const std::uint64_t stamp = revision(env);
+    double guess;
+    int steps;
+    if (env.solved_key == k && env.solved_edits == stamp && env.solved_slope > 0.0) {
+        guess = env.solved_u + (time - env.solved_time) / env.solved_slope;
+        steps = 1;
+    } else {
+        guess = (time - seg.k_time) / (seg.n_time - seg.k_time);
+        steps = 2;
+    }
+    const Solved solved = bisect_cubic(b.x[0], b.x[1], b.x[2], seg.k_time, time, guess, steps);
+    env.solved_key = k;
+    env.solved_edits = stamp;
+    env.solved_time = time;
+    env.solved_u = solved.u;
+    env.solved_slope = solved.slope;
+    const double u = solved.u;
+    return ((b.y[0] * u + b.y[1]) * u + b.y[2]) * u + seg.start;
+}
+
+// The curve from the segments at a time whose place among the keys is known: `at` keys are not
+// later than it by more than the tolerance. Answers as keyed_value does from the keys.
+template <bool Int>
+[[gnu::always_inline]] inline double value_at(Envelope &env, std::size_t at, double time) noexcept {
+    const SegmentData *segments = env.eval_segments;
+    if (at == 0) return segments[0].active;  // before the first key
+    const SegmentData &seg = segments[at - 1];
+    if constexpr (Int) {
+        return seg.active;
+    } else {
+        // After the last key, n_time is infinite and the segment holds the key's value.
+        const double k_time = seg.k_time;
+        if (time - k_time < kTolerance) return seg.active;
+        const double d = seg.n_time - k_time;
+        switch (seg.shape) {
+            case SegmentShape::held:
+                return seg.start;
+            case SegmentShape::line:
+                return line_value(time, k_time, d, seg.start, seg.coef[0]);
+            case SegmentShape::hermite:
+                return hermite_value((time - k_time) / d, seg.start, seg.coef[0], seg.coef[1],
+                                     seg.coef[2], d);
+            case SegmentShape::bezier:
+                return indexed_bezier(env, at - 1, time);
+        }
+        return seg.start;
+    }
+}
+
+// Whether the segment of key at - 1 holds the time (the limit is the time plus the tolerance):
+// the time's place among the keys is `at`. Playback asks for the same segment again, or the
+// next, almost every time.
+[[gnu::always_inline]] inline bool place_holds(const Envelope &env, std::size_t at,
+                                               double limit) noexcept {
+    if (at == 0) return env.eval_count == 0 || env.eval_segments[0].k_time > limit;
+    const SegmentData &seg = env.eval_segments[at - 1];
+    return seg.k_time <= limit && seg.n_time > limit;
+}
+
+// The curve at a time inside the keys (or mapped into them), from the segments: the segment of
+// the last call or the next, else the one the index finds.
+template <bool Int>
+inline double indexed_value(Envelope &env, double time) noexcept {
+    const double limit = time + kTolerance;
+    std::size_t at = env.eval_cursor;
+    if (!place_holds(env, at, limit)) {
+        at = at < env.eval_count && place_holds(env, at + 1, limit)
+                 ? at + 1
+                 : keys_not_later(*env.index, limit);
+        env.eval_cursor = at;
+        // The lookup cache follows the cursor: it holds the keys around the last time
+        // evaluated whenever the cursor does.
+        if (at > 0) {
+            const LookupIndex &index = *env.index;
+            env.lookup_key = index.keys[at - 1];
+            env.lookup_next = at < index.count ? index.keys[at] : nullptr;
+        }
+    }
+    return value_at<Int>(env, at, time);
+}
+
 // ---- Evaluation ---------------------------------------------------------------------------
 
 // The curve at a time inside the keys (or a time no behaviour maps), without any offset.
@@ -521,6 +684,7 @@ Mapped extend(Envelope &env, EnvKey &first, EnvKey &last, double time) noexcept 
 // backwards, outside its span, for that one instant.
 template <bool Int>
 inline double keyed_value(Envelope &env, double time) noexcept {
+    if (segments_ready(env)) return indexed_value<Int>(env, time);
     const Found found = locate(env, time);
     EnvKey *k = found.at_or_before;
     EnvKey *n = found.after;
@@ -867,14 +1031,38 @@ int to_int(double value) noexcept {
     return static_cast<int>(value);
 }
 
+// Times inside the keys go straight to the segments when the envelope has them (it then has
+// keys); the rest are mapped by the behaviours first. A time inside the segment of the last
+// time evaluated is inside the keys: playback needs no other test.
+template <bool Int>
+inline double evaluate_curve(Envelope &env, double time) noexcept {
+    if (env.type != (Int ? kTypeInt : kTypeFloat)) return 0.0;
+    if (segments_ready(env)) {
+        const double limit = time + kTolerance;
+        const std::size_t at = env.eval_cursor;
+        const SegmentData *segments = env.eval_segments;
+        if (at - 1 < env.eval_count - 1 && segments[at - 1].k_time <= limit &&
+            segments[at - 1].n_time > limit) {
+            return value_at<Int>(env, at, time);
+        }
+        const double first = segments[0].k_time;
+        const double last = segments[env.eval_count - 1].k_time;
+        if (!(first - time > kTolerance) && !(time - last > kTolerance)) {
+            return indexed_value<Int>(env, time);
+        }
+    } else if (is_empty(env)) {
+        return 0.0;
+    }
+    return value_of_curve<Int>(env, time);
+}
+
 double evaluate(Envelope &env, double time) noexcept {
-    if (!evaluable<false>(env)) return 0.0;
-    return value_of_curve<false>(env, time);
+    return evaluate_curve<false>(env, time);
 }
 
 int evaluate_int(Envelope &env, double time) noexcept {
-    if (!evaluable<true>(env)) return 0;
-    return to_int(value_of_curve<true>(env, time));
+    if (env.type != kTypeInt) return 0;
+    return to_int(evaluate_curve<true>(env, time));
 }
 
 void bounds_value(Envelope &env, double start, double end, double *min, double *max) noexcept {

@@ -10,38 +10,16 @@
 
 namespace vx::env {
 
-// The index: the keys and their times in list order, and a bucket table over the keyed time
-// range that narrows a search to the few keys of one bucket. One heap block holds the header
-// and the three arrays.
-struct LookupIndex {
-    std::size_t capacity;  // entries the block has room for
-    std::size_t count;     // keys indexed
-    std::size_t buckets;   // cells of the bucket table; 0 when there is none
-    double origin;         // the first key's time
-    double scale;          // buckets per second
-    double *times;
-    EnvKey **keys;
-    std::uint32_t *bucket_start;  // buckets + 1 entries: keys in the cells before each cell
-};
-
 namespace {
 
 std::size_t block_bytes(std::size_t capacity) noexcept {
     return sizeof(LookupIndex) + capacity * (sizeof(double) + sizeof(EnvKey *)) +
-           (capacity + 1) * sizeof(std::uint32_t);
+           (capacity + 1) * sizeof(std::uint32_t) + alignof(SegmentData) +
+           capacity * (sizeof(SegmentData) + sizeof(BezierData));
 }
 
 bool same_bits(double a, double b) noexcept {
     return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
-}
-
-// The bucket of a time. Monotone in the time (a NaN goes to bucket 0), and computed the same
-// way when building and searching, so a key's bucket is never above that of a later time.
-inline std::size_t bucket_of(const LookupIndex &index, double time) noexcept {
-    const double cell = (time - index.origin) * index.scale;
-    const double last = static_cast<double>(index.buckets - 1);
-    if (!(cell > 0.0)) return 0;
-    return cell < last ? static_cast<std::size_t>(cell) : index.buckets - 1;
 }
 
 void fill_buckets(LookupIndex &index) noexcept {
@@ -61,20 +39,6 @@ void fill_buckets(LookupIndex &index) noexcept {
     }
 }
 
-// Keys in [from, from + len) not later than the limit, by a binary search whose select
-// compiles to a conditional move.
-inline std::size_t count_not_later(const double *times, std::size_t from, std::size_t len,
-                                   double limit) noexcept {
-    if (len == 0) return from;
-    const double *base = times + from;
-    while (len > 1) {
-        const std::size_t half = len / 2;
-        base = base[half - 1] <= limit ? base + half : base;
-        len -= half;
-    }
-    return static_cast<std::size_t>(base - times) + (base[0] <= limit ? 1 : 0);
-}
-
 Found remember(Envelope &env, EnvKey *key) noexcept {
     env.lookup_key = key;
     env.lookup_next = next_key(key);
@@ -89,15 +53,7 @@ bool search(Envelope &env, double time, Found &found) noexcept {
     const std::size_t count = index.count;
     const double *times = index.times;
     const double limit = time + kTolerance;
-    std::size_t at;
-    if (index.buckets != 0) {
-        const std::size_t b = bucket_of(index, limit);
-        const std::size_t lo = index.bucket_start[b];
-        const std::size_t hi = index.bucket_start[b + 1];
-        at = count_not_later(times, lo, hi - lo, limit);
-    } else {
-        at = count_not_later(times, 0, count, limit);
-    }
+    const std::size_t at = keys_not_later(index, limit);
     // The segment's value reads the keys either side of it too (automatic slopes): ask for all
     // four at once rather than reaching each through its neighbour's link.
     for (std::size_t i = at > 2 ? at - 2 : 0, end = at + 2 < count ? at + 2 : count; i < end; ++i) {
@@ -168,6 +124,10 @@ void replace_block(Envelope &env, void *block, std::size_t capacity) noexcept {
     index->times = reinterpret_cast<double *>(index + 1);
     index->keys = reinterpret_cast<EnvKey **>(index->times + capacity);
     index->bucket_start = reinterpret_cast<std::uint32_t *>(index->keys + capacity);
+    const auto segments = reinterpret_cast<std::uintptr_t>(index->bucket_start + capacity + 1);
+    const std::uintptr_t align = alignof(SegmentData);
+    index->segments = reinterpret_cast<SegmentData *>((segments + align - 1) & ~(align - 1));
+    index->beziers = reinterpret_cast<BezierData *>(index->segments + capacity);
     env.index = index;
 }
 
@@ -186,7 +146,7 @@ void reserve_index(Envelope &env, std::size_t keys) {
 
 bool build_index(Envelope &env) noexcept {
     if (index_current(env)) return true;
-    const std::uint64_t stamp = env.edits + 1;
+    const std::uint64_t stamp = revision(env) + 1;
     const std::size_t count = key_count(env);
     if (count < kIndexMinKeys) {
         env.index_skipped = stamp;
@@ -211,6 +171,7 @@ bool build_index(Envelope &env) noexcept {
         index.keys[at] = key;
     }
     index.count = count;
+    env.eval_stamp = 0;  // the segments are filled again from the keys as they are now
     fill_buckets(index);
     env.index_stamp = stamp;
     return true;
@@ -220,11 +181,12 @@ void drop_index(Envelope &env) noexcept {
     if (env.index != nullptr) FreeHeap(env.index, block_bytes(env.index->capacity));
     env.index = nullptr;
     env.index_stamp = 0;
+    env.eval_stamp = 0;
     env.index_skipped = 0;
 }
 
 Found find_indexed(Envelope &env, double time) noexcept {
-    if (!index_current(env) && env.index_skipped != env.edits + 1) build_index(env);
+    if (!index_current(env) && env.index_skipped != revision(env) + 1) build_index(env);
     if (index_current(env)) {
         Found found{};
         if (search(env, time, found)) return answer(env, found);

@@ -1,20 +1,64 @@
 // The lookup index of an envelope: its keys and their times in one sorted array beside the
-// linked list, so that a lookup at an arbitrary time is a binary search instead of a walk.
+// linked list, so that a lookup at an arbitrary time is a binary search instead of a walk, and
+// beside them what evaluation reads of each segment between two keys (its shape, end values,
+// slopes or Bezier cubics), so that a read touches the index and no key.
 //
-// The index is built lazily by the first lookup after an edit that changed the list or a key's
-// time (it is stamped with the envelope's edit count), only for envelopes with enough keys to
-// be worth it. Building may allocate; when it cannot, lookups fall back to the linked walk and
-// still answer correctly. Lookups never fail and allocate nothing once the index is current.
+// The index is built lazily by the first evaluation or lookup after a change of the envelope
+// (it is stamped with the envelope's edit and change counts), only for envelopes with enough
+// keys to be worth it. Building may allocate; when it cannot, lookups fall back to the linked
+// walk and evaluation to reading the keys, and both still answer correctly. Lookups never fail
+// and allocate nothing once the index is current.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 #include "curves/env_edits.h"
 
 namespace vx::env {
 
+// How a float envelope's curve runs from one key to the next.
+enum class SegmentShape : std::uint8_t { held, line, hermite, bezier };
+
+// What evaluation reads of key i and the segment from it to key i + 1, in one cache line: the
+// two keys' times (the last key's next time is infinite), the key's active value (what the
+// curve is at the key itself), the value the segment starts from (for a held segment, the
+// value it holds) and, by shape, line {end value} or Hermite {end value, start slope, end
+// slope}. A Bezier segment's cubics are in the index's `beziers`.
+struct alignas(64) SegmentData {
+    double k_time;
+    double n_time;
+    double active;
+    double start;
+    double coef[3];
+    SegmentShape shape;
+};
+
+// The time and value cubics of a weighted segment, {ax, bx, cx} and {ay, by, cy}; their
+// constant terms are the key's time and the segment's start.
+struct BezierData {
+    double x[3];
+    double y[3];
+};
+
+// The index: the keys and their times in list order, a bucket table over the keyed time range
+// that narrows a search to the few keys of one bucket, and the segments. One heap block holds
+// the header and the arrays.
+struct LookupIndex {
+    std::size_t capacity;  // entries the block has room for
+    std::size_t count;     // keys indexed
+    std::size_t buckets;   // cells of the bucket table; 0 when there is none
+    double origin;         // the first key's time
+    double scale;          // buckets per second
+    double *times;
+    EnvKey **keys;
+    std::uint32_t *bucket_start;  // buckets + 1 entries: keys in the cells before each cell
+    SegmentData *segments;        // one per key, filled for evaluation
+    BezierData *beziers;          // one per key, filled for weighted segments
+};
+
 // Envelopes with fewer keys than this are searched by walking the list from the lookup cache.
-inline constexpr std::size_t kIndexMinKeys = 16;
+inline constexpr std::size_t kIndexMinKeys = 8;
 
 // The key at or before the time (the last key not later than the time by more than the
 // tolerance) and the key after it, either possibly null; the answer is also stored in the
@@ -36,9 +80,40 @@ void reserve_index(Envelope &env, std::size_t keys);
 // called before the envelope's memory is freed.
 void drop_index(Envelope &env) noexcept;
 
-// Whether the index is current (built, and no edit since).
+// Whether the index is current (built, and no edit or change since).
 inline bool index_current(const Envelope &env) noexcept {
-    return env.index_stamp == env.edits + 1;
+    return env.index_stamp == revision(env) + 1;
+}
+
+// The bucket of a time. Monotone in the time (a NaN goes to bucket 0), and computed the same
+// way when building and searching, so a key's bucket is never above that of a later time.
+inline std::size_t bucket_of(const LookupIndex &index, double time) noexcept {
+    const double cell = (time - index.origin) * index.scale;
+    const double last = static_cast<double>(index.buckets - 1);
+    if (!(cell > 0.0)) return 0;
+    return cell < last ? static_cast<std::size_t>(cell) : index.buckets - 1;
+}
+
+// Keys in [from, from + len) not later than the limit, by a binary search without branches on
+// the comparisons (random times would mispredict half of them).
+inline std::size_t count_not_later(const double *times, std::size_t from, std::size_t len,
+                                   double limit) noexcept {
+    if (len == 0) return from;
+    const double *base = times + from;
+    while (len > 1) {
+        const std::size_t half = len / 2;
+        base += half & (std::size_t{0} - static_cast<std::size_t>(base[half - 1] <= limit));
+        len -= half;
+    }
+    return static_cast<std::size_t>(base - times) + (base[0] <= limit ? 1 : 0);
+}
+
+// The number of keys not later than `limit`: the index of the key after it.
+inline std::size_t keys_not_later(const LookupIndex &index, double limit) noexcept {
+    if (index.buckets == 0) return count_not_later(index.times, 0, index.count, limit);
+    const std::size_t b = bucket_of(index, limit);
+    const std::size_t lo = index.bucket_start[b];
+    return count_not_later(index.times, lo, index.bucket_start[b + 1] - lo, limit);
 }
 
 }  // namespace vx::env

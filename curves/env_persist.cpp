@@ -120,6 +120,7 @@ bool read_ends(Envelope &env, BlkReader &reader) noexcept {
     if (count == 0) return false;
     env.pre_behavior = ends[0];
     env.post_behavior = count == 2 ? ends[1] : ends[0];
+    mark_changed(env);
     return true;
 }
 

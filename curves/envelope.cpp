@@ -1,8 +1,21 @@
 #include "curves/envelope.h"
 
+#include <atomic>
+
 #include "foundation/memory.h"
 
 namespace vx::env {
+
+std::atomic<std::uint64_t> g_loose_key_writes{0};
+
+void note_loose_key_write(std::uint32_t key_bits, std::uint32_t side_bits) noexcept {
+    constexpr std::uint32_t kCurveKeyBits =
+        ENV_BREAK_VALUE | ENV_BREAK_SLOPE | ENV_BREAK_WEIGHT | ENV_ACTIVE_SIDE1;
+    constexpr std::uint32_t kCurveSideBits = kSlopeTypeMask | ENV_WEIGHT_MANUAL;
+    if ((key_bits & kCurveKeyBits) != 0 || (side_bits & kCurveSideBits) != 0) {
+        g_loose_key_writes.fetch_add(1, std::memory_order_relaxed);
+    }
+}
 
 void reset_cache(Envelope &env) noexcept {
     env.lookup_key = nullptr;
@@ -47,6 +60,7 @@ void unlink(Envelope &env, EnvKey *key) noexcept {
 }
 
 void notify(Envelope &env, std::uint32_t code, EnvKey *key) noexcept {
+    mark_changed(env);
     if (env.port == nullptr) return;
     EnvNote note{&env, key, kTimeLineStart, kTimeLineEnd};
     vx::PortNotify(env.port, nullptr, code, &note);

@@ -6,6 +6,7 @@
 // pointer-sized words that the header really has.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -17,7 +18,8 @@
 
 namespace vx::env {
 struct LookupIndex;
-}
+struct SegmentData;
+}  // namespace vx::env
 
 struct Envelope {
     void *data;
@@ -26,20 +28,29 @@ struct Envelope {
     std::uint32_t interpolation;
     std::uint32_t pre_behavior;
     std::uint32_t post_behavior;
+    std::uint64_t edits;    // bumped by every structural change and key time change
+    std::uint64_t changes;  // bumped by every other change that can alter the curve
+    // Evaluation's hold on the index's segments (curves/env_evaluate.cpp), kept beside the
+    // counts it is checked against so that a read during playback touches this line and one
+    // segment: current while eval_stamp == revision + 1 and eval_loose == loose_key_writes().
+    std::uint64_t eval_stamp;
+    std::uint64_t eval_loose;
+    const vx::env::SegmentData *eval_segments;
+    std::size_t eval_count;   // keys indexed
+    std::size_t eval_cursor;  // keys not later than the time evaluated last
     EnvKeyList keys;
     EnvKey *lookup_key;   // cache: the key found at or before the last time looked up
     EnvKey *lookup_next;  // cache: the key after it
-    std::uint64_t edits;  // bumped by every structural change and key time change
     std::size_t linked;   // keys in the list
     // Lookup index beside the list (curves/env_index.cpp), built lazily; current while
-    // index_stamp == edits + 1. Owned by the envelope: vx::env::drop_index releases it and must
-    // run wherever the envelope is freed.
+    // index_stamp == revision + 1. Owned by the envelope: vx::env::drop_index releases it and
+    // must run wherever the envelope is freed.
     vx::env::LookupIndex *index;
     std::uint64_t index_stamp;
-    std::uint64_t index_skipped;  // edits + 1 when no index is to be built at that count
+    std::uint64_t index_skipped;  // revision + 1 when no index is to be built at that revision
     // Where the last weighted segment was solved (curves/env_evaluate.cpp): its key, the time,
     // the parameter found and the time cubic's slope there, current while solved_edits ==
-    // edits. Only a starting guess for the next solve of the same segment, never the answer.
+    // revision. Only a starting guess for the next solve of the same segment, never the answer.
     const EnvKey *solved_key;
     std::uint64_t solved_edits;
     double solved_time;
@@ -104,6 +115,26 @@ inline bool is_empty(const Envelope &env) noexcept {
     return first_key(env) == nullptr;
 }
 
+// Counts every change of the envelope's keys or settings; what evaluation keeps beside the
+// keys holds while it stands still. Edits count through notify(); writes that send no note
+// call mark_changed().
+inline std::uint64_t revision(const Envelope &env) noexcept {
+    return env.edits + env.changes;
+}
+inline void mark_changed(Envelope &env) noexcept {
+    ++env.changes;
+}
+
+// Writes to a key that the envelope does not see (the raw writers given a key alone). Those
+// that touch what the curve is made of (break and active bits of the key's flags, slope type
+// or weight bits of a side's flags, a side's weight) count for every envelope, and drop what
+// evaluation keeps beside the keys of each.
+void note_loose_key_write(std::uint32_t key_bits, std::uint32_t side_bits) noexcept;
+extern std::atomic<std::uint64_t> g_loose_key_writes;
+inline std::uint64_t loose_key_writes() noexcept {
+    return g_loose_key_writes.load(std::memory_order_relaxed);
+}
+
 // Structural changes. Each empties the lookup cache and counts as an edit.
 void insert_after(Envelope &env, EnvKey *after, EnvKey *key) noexcept;  // after null: at head
 void append(Envelope &env, EnvKey *key) noexcept;
@@ -115,7 +146,8 @@ inline std::size_t key_count(const Envelope &env) noexcept {
     return env.linked;
 }
 
-// Sends a change note to the envelope's port, if it has one.
+// Counts a change of the envelope and sends a change note to its port, if it has one. Every
+// edit calls it from its apply step, also with the port cleared.
 void notify(Envelope &env, std::uint32_t code, EnvKey *key) noexcept;
 
 // The side an operation aimed at `side` really reaches: side 1 only on a broken key.

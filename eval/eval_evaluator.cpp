@@ -1,30 +1,19 @@
 // Evaluators and the policy by which a shared evaluator gets a cache.
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 #include <memory>
 #include <mutex>
-#include <thread>
 
 #include "eval/action_access.h"
 #include "eval/eval_data.h"
 #include "foundation/failure.h"
 #include "foundation/log.h"
 #include "foundation/time.h"
+#include "scene/cinema_module.h"
 #include "scene/scene.h"
 
 namespace vx::eval {
 namespace {
-
-// The thread that clears scenes' in-flux state: the one that made the first evaluator.
-std::atomic<std::thread::id> main_thread{};
-
-bool on_main_thread() noexcept {
-    std::thread::id expected{};
-    const std::thread::id self = std::this_thread::get_id();
-    main_thread.compare_exchange_strong(expected, self);
-    return main_thread.load() == self;
-}
 
 void attach(CineEval &eval, Cache &cache) noexcept {
     ++cache.refs;
@@ -120,7 +109,6 @@ Cache &attach_locked(CineEval &eval) {
 }  // namespace
 
 CineEval *make_evaluator(Cinema &scene, std::uint32_t mode) {
-    on_main_thread();
     EvalData &data = eval_data(scene);
     auto eval = std::make_unique<CineEval>();
     eval->data = &data;
@@ -208,7 +196,9 @@ void evaluate(CineEval &eval) {
     std::lock_guard lock(data.lock);
     validate(data);
     attach_locked(eval);
-    if (on_main_thread()) data.scene.in_flux = false;
+    // Only the host's main thread ends the in-flux state: a worker's evaluation may overlap an
+    // open batch of edits there.
+    if (cine::on_main_thread()) data.scene.in_flux = false;
 }
 
 }  // namespace vx::eval

@@ -7,7 +7,10 @@
 #include <new>
 
 #include "foundation/guard.h"
+#include "render/irr_index.h"
 #include "render/rad_map.h"
+
+IrrCache::IrrCache() = default;
 
 IrrCache::~IrrCache() {
     std::vector<vx::irr::Node *> pending(std::begin(top), std::end(top));
@@ -112,6 +115,7 @@ void rebuild(IrrCache &cache, const Value *more, std::size_t count) {
 }  // namespace
 
 void store(IrrCache &cache, const Value &v) {
+    forget_index(cache);
     if (edge_for(cache.edge, v) != cache.edge) {
         rebuild(cache, &v, 1);
     } else {
@@ -120,6 +124,7 @@ void store(IrrCache &cache, const Value &v) {
 }
 
 void store_all(IrrCache &cache, const std::vector<Value> &values) {
+    forget_index(cache);
     if (!values.empty()) rebuild(cache, values.data(), values.size());
 }
 
@@ -315,6 +320,7 @@ VX_API int IrrCachePass(void) {
 
 VX_API void IrrCacheResetPasses(IrrCache *cache) {
     if (cache == nullptr) return;
+    vx::irr::forget_index(*cache);
     for (vx::irr::Node *top : cache->top) reset_passes(top);
 }
 

@@ -4,9 +4,11 @@
 
 #include <vexor/irr_cache.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 struct RadMap;
@@ -73,6 +75,8 @@ struct Page {
     Page *next = nullptr;
 };
 
+struct Index;
+
 }  // namespace vx::irr
 
 struct IrrCache {
@@ -83,8 +87,14 @@ struct IrrCache {
     unsigned blocks = 0;
     unsigned nodes = 0;
     std::vector<std::unique_ptr<RadMap>> maps;
+    // The packed copy gathers read once the cache has been only read for a while (see
+    // irr_index.h): `index` is set under `packing`, then `packed`; every change drops it.
+    mutable std::mutex packing;
+    mutable std::unique_ptr<vx::irr::Index> index;
+    mutable std::atomic<bool> packed{false};
+    mutable std::atomic<unsigned> unpacked_gathers{0};
 
-    IrrCache() = default;
+    IrrCache();
     IrrCache(const IrrCache &) = delete;
     IrrCache &operator=(const IrrCache &) = delete;
     ~IrrCache();

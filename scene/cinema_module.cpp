@@ -7,8 +7,10 @@
 // left behind first.
 #include "scene/cinema_module.h"
 
+#include <atomic>
 #include <cstring>
 #include <memory>
+#include <thread>
 
 #include "foundation/component.h"
 #include "foundation/failure.h"
@@ -27,6 +29,8 @@ constexpr const char *kUserName = "Vexor Scene";
 
 struct Module {
     unsigned starts = 0;
+    // The host's main thread: the one whose start brought the module up.
+    std::atomic<std::thread::id> main_thread{};
     Port *port = nullptr;
     std::unique_ptr<SceneModule> scenes;
 };
@@ -85,6 +89,7 @@ void start_module() {
     m.scenes->graphs.push_back({"parent", 1});
     m.scenes->graphs.push_back({"source", 1});
     register_file_servers(*m.scenes);
+    m.main_thread.store(std::this_thread::get_id());
     m.starts = 1;
 }
 
@@ -97,6 +102,7 @@ void stop_module() noexcept {
     stop_packages();
     vx::PortDestroy(m.port);
     m.port = nullptr;
+    m.main_thread.store(std::thread::id{});
     host::stop();
 }
 
@@ -114,6 +120,10 @@ SceneModule &scenes() {
     Module &m = module();
     if (!m.scenes) fail(rc::refused, "the scene module is not started");
     return *m.scenes;
+}
+
+bool on_main_thread() noexcept {
+    return module().main_thread.load() == std::this_thread::get_id();
 }
 
 bool module_started() noexcept {

@@ -51,5 +51,8 @@ struct SceneModule {
 // Raises rc::refused while the module is stopped.
 SceneModule &scenes();
 bool module_started() noexcept;
+// Whether the caller runs on the main thread: the thread whose start brought the module up
+// (hosts start and stop it there). False while the module is stopped.
+bool on_main_thread() noexcept;
 
 }  // namespace vx::cine

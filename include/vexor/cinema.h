@@ -4,7 +4,8 @@
  * registry of servers (vexor/host.h), the global port "cinema-db" on which the module
  * announces its changes, and the registry of packages and item types (vexor/package.h); the
  * balancing shutdown takes them down again, forgetting every type and the packages defined
- * with CinePackageDefine. Call both from the main thread. */
+ * with CinePackageDefine. Call both from the main thread: the thread whose start brings the
+ * module up is the main thread until the module stops (see CinemaEvaluate). */
 #ifndef VEXOR_CINEMA_H
 #define VEXOR_CINEMA_H
 

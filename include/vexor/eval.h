@@ -78,9 +78,8 @@ VX_API Envelope *CineEvalRawChannelEnv(CineEval *eval, CineItem *item, unsigned 
 VX_API const void *CineEvalRawChannelVal(CineEval *eval, CineItem *item, unsigned int channel);
 
 /* Gets the evaluator ready: validates the scene's modifiers, finds or makes its cache and, on
- * the main thread (the one that made the process's first evaluator), clears the scene's in-flux
- * state. Returns 1, or 0 on a failure (no action,
- * no memory). */
+ * the main thread (the one whose CinemaStartup started the scene module), clears the scene's
+ * in-flux state. Returns 1, or 0 on a failure (no action, no memory). */
 VX_API int CinemaEvaluate(CineEval *eval);
 
 /* Opens a baking bracket: until CineEvalEndBake the evaluator reads at the bake time and the

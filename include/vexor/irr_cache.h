@@ -21,8 +21,14 @@
  * (IrrCacheSetPass). Values stored during a pass carry its number (modulo 256); queries of
  * the first list do not use the values of the current pass.
  *
+ * Reading: once a cache has been gathered from about an eighth as many times as it holds
+ * values with no change in between, the gather that finds it due packs a copy of its octree in
+ * walk order (as much memory again as its blocks, not counted by IrrCacheMemoryUsage), which
+ * later gathers read; every change to its values drops the copy.
+ *
  * Threads: a cache may be read (gathered from, saved) by several threads at once while no
- * thread stores into it; the lock makes IrrCacheEstimateIrradiance read-only. */
+ * thread stores into it; the lock makes IrrCacheEstimateIrradiance read-only. Readers that find
+ * the packing due wait for one of them to make it. */
 #ifndef VEXOR_IRR_CACHE_H
 #define VEXOR_IRR_CACHE_H
 

@@ -19,12 +19,6 @@ function(run)
   set(run_output "${out}" PARENT_SCOPE)
 endfunction()
 
-function(expect_file path)
-  if(NOT EXISTS "${path}")
-    message(FATAL_ERROR "not installed: ${path}")
-  endif()
-endfunction()
-
 if(MODE STREQUAL "stage")
   # -DBUILD_DIR=<build tree> -DLIBDIR=<lib dir relative to the prefix>
   file(REMOVE_RECURSE "${WORK}")
@@ -38,12 +32,14 @@ if(MODE STREQUAL "stage")
       message(FATAL_ERROR "${link} is missing or not a symbolic link")
     endif()
   endforeach()
-  expect_file("${lib}.${VERSION}")
-  expect_file("${prefix}/include/vexor/vexor.h")
-  expect_file("${prefix}/include/vexor/export.h")
-  expect_file("${prefix}/${LIBDIR}/cmake/vexor/vexorConfig.cmake")
-  expect_file("${prefix}/${LIBDIR}/cmake/vexor/vexorConfigVersion.cmake")
-  expect_file("${prefix}/${LIBDIR}/pkgconfig/vexor.pc")
+  foreach(path IN ITEMS "${lib}.${VERSION}" "${prefix}/include/vexor/vexor.h"
+      "${prefix}/include/vexor/export.h" "${prefix}/${LIBDIR}/cmake/vexor/vexorConfig.cmake"
+      "${prefix}/${LIBDIR}/cmake/vexor/vexorConfigVersion.cmake"
+      "${prefix}/${LIBDIR}/pkgconfig/vexor.pc")
+    if(NOT EXISTS "${path}")
+      message(FATAL_ERROR "not installed: ${path}")
+    endif()
+  endforeach()
 
   # The test-only archive and object library stay out of the prefix and the package.
   file(GLOB_RECURSE archives "${prefix}/*.a")

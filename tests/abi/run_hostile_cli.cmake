@@ -12,18 +12,15 @@ set(most_picture 4000000)
 set(failures 0)
 
 # Each case: the exit codes allowed (digits run together), then the arguments, separated by |.
-set(cases
-  "1|env|plot|--file|${HOSTILE}/tiny-span.vxc"
-  "1|env|plot|--file|${HOSTILE}/far-time.vxc"
-  "1|env|plot|--file|${HOSTILE}/out-of-order.vxc"
-  "1|env|plot|--file|${HOSTILE}/nan-value.vxc"
-  "1|env|plot|--file|${HOSTILE}/bad-post.vxc"
-  "1|env|plot|--file|${HOSTILE}/bad-slope.vxc"
-  "1|env|plot|--file|${HOSTILE}/huge-name.vxc"
-  "1|env|plot|--file|${HOSTILE}/truncated.vxc"
-  "2|env|plot|--file|${HOSTILE}/binary-keys.txt"
-  "2|env|plot|--file|${HOSTILE}/duplicate-keys.txt"
-  "2|env|plot|--file|${HOSTILE}/unknown-code.txt"
+# Damaged curve files cannot be used (1); key texts that are not keys are wrong arguments (2).
+file(GLOB damaged_curves ${HOSTILE}/*.vxc)
+file(GLOB bad_key_texts ${HOSTILE}/*.txt)
+if(NOT damaged_curves OR NOT bad_key_texts)
+  message(FATAL_ERROR "the damaged files are missing from ${HOSTILE}")
+endif()
+list(TRANSFORM damaged_curves PREPEND "1|env|plot|--file|")
+list(TRANSFORM bad_key_texts PREPEND "2|env|plot|--file|")
+set(cases ${damaged_curves} ${bad_key_texts}
   "1|env|plot|--file|/dev/zero"
   "1|env|plot|--file|${HOSTILE}"
   "1|env|plot|--file|${HOSTILE}/no-such-file"

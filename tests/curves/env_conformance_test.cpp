@@ -1,19 +1,12 @@
 // Envelope rules that hosts rely on beyond the single-key edits: what setters refuse, how a
 // pasted key is owned, and how structural undo steps announce themselves.
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <functional>
 #include <limits>
-#include <string>
-#include <vector>
 
-#include <vexor/env.h>
 #include <vexor/failure.h>
-#include <vexor/log.h>
-#include <vexor/time.h>
-#include <vexor/undo.h>
 
 #include "env_fixture.h"
 
@@ -23,19 +16,14 @@ namespace {
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInf = std::numeric_limits<double>::infinity();
 
-class EnvRules : public ::testing::Test {
+class EnvRules : public UndoTest {
   protected:
     void SetUp() override {
-        UndoSysStartup();
-        UndoSysClear();
+        UndoTest::SetUp();
         UndoSysSuspend();
         for (int i = 0; i < 3; ++i) EnvAddKey(e.env, i, 10.0 * i);
         UndoSysResume();
         e.notes.take();
-    }
-    void TearDown() override {
-        UndoSysClear();
-        UndoSysShutdown();
     }
     ListenedEnvelope e;
 };
@@ -126,8 +114,7 @@ TEST_F(EnvRules, PasteAdoptsAFreeKey) {
     ASSERT_EQ(EnvKeyPaste(e.env, onto, 2.0), 1);
     EXPECT_EQ(EnvGetKey(e.env, 2.0), onto);
     EXPECT_EQ(EnvKeyValue(onto), 0.0);
-    UndoSysUndo();
-    UndoSysUndo();
+    undo(2);
     EXPECT_EQ(EnvKeyValue(EnvGetKey(e.env, 2.0)), 20.0);
 }
 
@@ -142,11 +129,9 @@ TEST_F(EnvRules, PastingACutKeyPastesACopy) {
     EXPECT_EQ(EnvKeyValue(pasted), 10.0);
     const std::string done = snapshot(e.env);
     for (int round = 0; round < 3; ++round) {
-        UndoSysUndo();
-        UndoSysUndo();
+        undo(2);
         EXPECT_EQ(key_at(e.env, 1), cut);
-        UndoSysRedo();
-        UndoSysRedo();
+        redo(2);
         EXPECT_EQ(snapshot(e.env), done);
     }
     // Pasting a key of this envelope copies it too.
@@ -158,14 +143,6 @@ TEST_F(EnvRules, PastingACutKeyPastesACopy) {
 
 // Structural apply steps bump the undo code and say whether an undo caused it.
 TEST_F(EnvRules, StructuralStepsSayWhenTheyAreUndone) {
-    struct Captured {
-        std::vector<std::string> lines;
-        static void sink(void *client, int, const char *, const char *text) {
-            static_cast<Captured *>(client)->lines.emplace_back(text);
-        }
-    } captured;
-    TimeSetGlobalFPS(30.0);
-    e.notes.take();
     const std::vector<std::pair<const char *, std::function<int()>>> edits = {
         {"behaviour", [&] { return EnvSetPostBehavior(e.env, ENV_BEHAVIOR_REPEAT); }},
         {"interpolation", [&] { return EnvSetInterpolation(e.env, ENV_INTERP_LINEAR); }},
@@ -177,25 +154,21 @@ TEST_F(EnvRules, StructuralStepsSayWhenTheyAreUndone) {
         {"break", [&] { return EnvKeyBreak(e.env, key_at(e.env, 0), ENV_BREAK_SLOPE); }},
         {"delete", [&] { return EnvDelKey(e.env, key_at(e.env, 2)); }},
     };
-    VxLogSetSink(Captured::sink, &captured);
-    VxLogEnableChannel("undo", 1);
+    LogCapture log("undo");
     auto count = [&](const char *line) {
-        return std::count(captured.lines.begin(), captured.lines.end(), std::string(line));
+        return std::count(log.texts.begin(), log.texts.end(), std::string(line));
     };
     for (const auto &[what, edit] : edits) {
-        captured.lines.clear();
+        log.texts.clear();
         ASSERT_TRUE(edit()) << what;
         EXPECT_GE(count("new code (doing)\n"), 1) << what;
         EXPECT_EQ(count("new code (undoing)\n"), 0) << what;
-        captured.lines.clear();
+        log.texts.clear();
         UndoSysUndo();
         EXPECT_GE(count("new code (undoing)\n"), 1) << what;
         EXPECT_EQ(count("new code (doing)\n"), 0) << what;
         UndoSysRedo();
     }
-    VxLogEnableChannel("undo", 0);
-    VxLogSetSink(nullptr, nullptr);
-    TimeSetGlobalFPS(24.0);
 }
 
 }  // namespace

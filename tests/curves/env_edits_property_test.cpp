@@ -1,16 +1,10 @@
 // Every envelope edit is atomic under allocation failure, and random sequences of all edits
 // undo and redo bit for bit.
-#include <gtest/gtest.h>
 
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <random>
-#include <string>
-#include <vector>
-
-#include <vexor/env.h>
-#include <vexor/time.h>
-#include <vexor/undo.h>
 
 #include "env_fixture.h"
 #include "support/atomicity.h"
@@ -124,11 +118,11 @@ std::vector<NamedEdit> all_edits() {
     };
 }
 
-class EnvProperties : public ::testing::Test {
+class EnvProperties : public UndoTest {
   protected:
     void SetUp() override {
-        UndoSysStartup();
-        UndoSysClear();
+        UndoTest::SetUp();
+        TimeSetGlobalFPS(24.0);
         default_slope_ = EnvKeyDefaultSlopeType();
         g_source = EnvCreate(nullptr);
         UndoSysSuspend();
@@ -141,8 +135,7 @@ class EnvProperties : public ::testing::Test {
         UndoSysClear();
         UndoSysEnable(1);
         EnvKeySetDefaultSlopeType(default_slope_);
-        UndoSysClear();
-        UndoSysShutdown();
+        UndoTest::TearDown();
     }
     unsigned default_slope_ = 1;
 };
@@ -165,10 +158,7 @@ TEST_F(EnvProperties, EveryEditIsAtomicAndItsUndoAndRedoToo) {
                     [redo](Envelope *) { return redo ? UndoSysRedo() : UndoSysUndo(); },
                     edit.integer);
                 edit.edit(target->env());
-                if (redo) {
-                    while (UndoSysUndo()) {
-                    }
-                }
+                if (redo) undo();
                 return target;
             });
         }
@@ -220,8 +210,111 @@ TEST_F(EnvProperties, DestroyingIsAtomic) {
     EXPECT_EQ(report.held, report.tried);
 }
 
-// Random edits of every kind on a float envelope, picked by index so that they reach keys
-// that exist.
+// What a random edit draws from: the envelope, a key of it (null without keys), a side, a
+// break kind and the random source.
+struct Draw {
+    Envelope *env;
+    bool integer;
+    std::mt19937 &rng;
+    EnvKey *key = nullptr;
+    int side = 0;
+    unsigned bit = 0;
+    EnvKey *pick() {
+        const int n = key_count(env);
+        return n == 0 ? nullptr : key_at(env, static_cast<int>(rng() % unsigned(n)));
+    }
+    double real(double lo, double hi) {
+        return lo + (hi - lo) * std::uniform_real_distribution<double>(0.0, 1.0)(rng);
+    }
+    unsigned draw(unsigned n) { return static_cast<unsigned>(rng() % n); }
+    int draw_int(unsigned n) { return static_cast<int>(rng() % n); }
+    // The drawn key and, when another key is drawn, that one too.
+    int pick_pair(EnvKey *(&keys)[2]) {
+        keys[0] = key;
+        keys[1] = pick();
+        return key == nullptr ? 0 : keys[1] == key ? 1 : 2;
+    }
+};
+
+// Every kind of edit; those on a key are skipped (the step stays) when the envelope has none.
+struct RandomEdit {
+    const char *name;
+    bool on_key;
+    void (*run)(Draw &);
+};
+const RandomEdit kRandomEdits[] = {
+    {"add", false,
+     [](Draw &d) {
+         if (d.integer) {
+             EnvAddKeyInt(d.env, d.real(-1, 6), d.draw_int(50));
+         } else {
+             EnvAddKey(d.env, d.real(-1, 6), d.real(-5, 5));
+         }
+     }},
+    {"delete", true, [](Draw &d) { EnvDelKey(d.env, d.key); }},
+    {"set time", true, [](Draw &d) { EnvKeySetTime(d.env, d.key, d.real(-1, 6), d.draw(2)); }},
+    {"set value", true,
+     [](Draw &d) {
+         if (d.integer) EnvKeySetValueInt(d.env, d.key, d.draw_int(9));
+         if (!d.integer) EnvKeySetValue(d.env, d.key, d.real(-5, 5));
+     }},
+    {"set side value", true,
+     [](Draw &d) {
+         if (!d.integer) EnvKeySetTangentValue(d.env, d.key, d.side, d.real(-5, 5));
+     }},
+    {"slope", true, [](Draw &d) { EnvKeySetSlopeValue(d.env, d.key, d.side, d.real(-3, 3)); }},
+    {"slope type", true,
+     [](Draw &d) { EnvKeySetSlopeType(d.env, d.key, d.side, 1u << (d.rng() % 6)); }},
+    {"weight type", true, [](Draw &d) { EnvKeySetWeightType(d.env, d.key, d.side, d.draw(2)); }},
+    {"weight", true, [](Draw &d) { EnvKeySetWeightValue(d.env, d.key, d.side, d.real(0, 1)); }},
+    {"break", true, [](Draw &d) { EnvKeyBreak(d.env, d.key, d.bit); }},
+    {"unify", true, [](Draw &d) { EnvKeyUnify(d.env, d.key, d.bit, 0); }},
+    {"invert", true, [](Draw &d) { EnvKeyTangentInvert(d.env, d.key, d.side); }},
+    {"quantise", true, [](Draw &d) { EnvKeyQuantise(d.env, d.key); }},
+    {"cut", true, [](Draw &d) { EnvKeyCut(d.env, d.key); }},
+    {"paste", true, [](Draw &d) { EnvKeyPaste(d.env, d.key, d.real(-1, 6)); }},
+    {"pre", false, [](Draw &d) { EnvSetPreBehavior(d.env, d.draw(7)); }},
+    {"post", false, [](Draw &d) { EnvSetPostBehavior(d.env, d.draw(7)); }},
+    {"interpolation", false, [](Draw &d) { EnvSetInterpolation(d.env, d.draw(3)); }},
+    {"shift", false, [](Draw &d) { EnvShiftAllKeys(d.env, d.real(-1, 1)); }},
+    {"scale", false, [](Draw &d) { EnvScaleAllKeys(d.env, d.real(0, 3), d.real(0.2, 2.0)); }},
+    {"ripple", false, [](Draw &d) { EnvRippleKeys(d.env, d.real(0, 4), d.real(-2, 2)); }},
+    {"move array", false,
+     [](Draw &d) {
+         EnvKey *keys[2];
+         const int n = d.pick_pair(keys);
+         EnvMoveKeyArray(d.env, keys, n, d.real(-2, 2));
+     }},
+    {"scale array", false,
+     [](Draw &d) {
+         EnvKey *keys[2];
+         const int n = d.pick_pair(keys);
+         EnvScaleKeyArray(d.env, keys, n, d.real(0, 3), d.real(0.3, 3.0));
+     }},
+    {"delete range", false,
+     [](Draw &d) {
+         const double a = d.real(-1, 6);
+         EnvDelKeyRange(d.env, a, a + d.real(0, 1.5));
+     }},
+    {"shift values", false,
+     [](Draw &d) {
+         if (d.integer) {
+             EnvShiftValuesInt(d.env, d.real(-1, 3), d.real(2, 6), d.draw_int(5));
+         } else {
+             EnvShiftValues(d.env, d.real(-1, 3), d.real(2, 6), d.real(-2, 2));
+         }
+     }},
+    {"scale values or clear", false,
+     [](Draw &d) {
+         if (!d.integer) {
+             EnvScaleValues(d.env, d.real(-1, 3), d.real(2, 6), d.real(-1, 1), d.real(-2, 2));
+         }
+         if (d.rng() % 4 == 0) EnvClearKeys(d.env);
+     }},
+};
+
+// Random edits of every kind on a float or an integer envelope, picked by index so that they
+// reach keys that exist.
 class RandomEnvelope : public UndoTarget {
   public:
     explicit RandomEnvelope(bool integer) : integer_(integer) {
@@ -234,117 +327,14 @@ class RandomEnvelope : public UndoTarget {
     }
     std::string snapshot() override { return test::snapshot(env_); }
     std::string random_edit(std::mt19937 &rng) override {
-        auto pick = [&] {
-            const int n = key_count(env_);
-            return n == 0 ? nullptr : key_at(env_, static_cast<int>(rng() % unsigned(n)));
-        };
-        auto real = [&](double lo, double hi) {
-            return lo + (hi - lo) * std::uniform_real_distribution<double>(0.0, 1.0)(rng);
-        };
-        auto draw = [&](unsigned n) { return static_cast<unsigned>(rng() % n); };
-        const int side = static_cast<int>(rng() % 2);
+        Draw d{env_, integer_, rng};
+        d.side = static_cast<int>(rng() % 2);
         const unsigned bits[] = {ENV_BREAK_VALUE, ENV_BREAK_SLOPE, ENV_BREAK_WEIGHT};
-        const unsigned bit = bits[rng() % 3];
-        EnvKey *key = pick();
-        switch (rng() % 26) {
-            case 0:
-                if (integer_) {
-                    EnvAddKeyInt(env_, real(-1, 6), static_cast<int>(rng() % 50));
-                } else {
-                    EnvAddKey(env_, real(-1, 6), real(-5, 5));
-                }
-                return "add";
-            case 1:
-                if (key) EnvDelKey(env_, key);
-                return "delete";
-            case 2:
-                if (key) EnvKeySetTime(env_, key, real(-1, 6), draw(2));
-                return "set time";
-            case 3:
-                if (key && integer_) EnvKeySetValueInt(env_, key, static_cast<int>(rng() % 9));
-                if (key && !integer_) EnvKeySetValue(env_, key, real(-5, 5));
-                return "set value";
-            case 4:
-                if (key && !integer_) EnvKeySetTangentValue(env_, key, side, real(-5, 5));
-                return "set side value";
-            case 5:
-                if (key) EnvKeySetSlopeValue(env_, key, side, real(-3, 3));
-                return "slope";
-            case 6:
-                if (key) EnvKeySetSlopeType(env_, key, side, 1u << (rng() % 6));
-                return "slope type";
-            case 7:
-                if (key) EnvKeySetWeightType(env_, key, side, draw(2));
-                return "weight type";
-            case 8:
-                if (key) EnvKeySetWeightValue(env_, key, side, real(0, 1));
-                return "weight";
-            case 9:
-                if (key) EnvKeyBreak(env_, key, bit);
-                return "break";
-            case 10:
-                if (key) EnvKeyUnify(env_, key, bit, 0);
-                return "unify";
-            case 11:
-                if (key) EnvKeyTangentInvert(env_, key, side);
-                return "invert";
-            case 12:
-                if (key) EnvKeyQuantise(env_, key);
-                return "quantise";
-            case 13:
-                if (key) EnvKeyCut(env_, key);
-                return "cut";
-            case 14:
-                if (key) EnvKeyPaste(env_, key, real(-1, 6));
-                return "paste";
-            case 15:
-                EnvSetPreBehavior(env_, draw(7));
-                return "pre";
-            case 16:
-                EnvSetPostBehavior(env_, draw(7));
-                return "post";
-            case 17:
-                EnvSetInterpolation(env_, draw(3));
-                return "interpolation";
-            case 18:
-                EnvShiftAllKeys(env_, real(-1, 1));
-                return "shift";
-            case 19:
-                EnvScaleAllKeys(env_, real(0, 3), real(0.2, 2.0));
-                return "scale";
-            case 20:
-                EnvRippleKeys(env_, real(0, 4), real(-2, 2));
-                return "ripple";
-            case 21: {
-                EnvKey *keys[2] = {key, pick()};
-                const int n = key == nullptr ? 0 : keys[1] == key ? 1 : 2;
-                EnvMoveKeyArray(env_, keys, n, real(-2, 2));
-                return "move array";
-            }
-            case 22: {
-                EnvKey *keys[2] = {key, pick()};
-                const int n = key == nullptr ? 0 : keys[1] == key ? 1 : 2;
-                EnvScaleKeyArray(env_, keys, n, real(0, 3), real(0.3, 3.0));
-                return "scale array";
-            }
-            case 23: {
-                const double a = real(-1, 6);
-                EnvDelKeyRange(env_, a, a + real(0, 1.5));
-                return "delete range";
-            }
-            case 24:
-                if (integer_) {
-                    EnvShiftValuesInt(env_, real(-1, 3), real(2, 6), static_cast<int>(rng() % 5));
-                } else {
-                    EnvShiftValues(env_, real(-1, 3), real(2, 6), real(-2, 2));
-                }
-                return "shift values";
-            default:
-                if (!integer_)
-                    EnvScaleValues(env_, real(-1, 3), real(2, 6), real(-1, 1), real(-2, 2));
-                if (rng() % 4 == 0) EnvClearKeys(env_);
-                return "scale values or clear";
-        }
+        d.bit = bits[rng() % 3];
+        d.key = d.pick();
+        const RandomEdit &edit = kRandomEdits[rng() % std::size(kRandomEdits)];
+        if (!edit.on_key || d.key != nullptr) edit.run(d);
+        return edit.name;
     }
 
   private:
@@ -353,7 +343,6 @@ class RandomEnvelope : public UndoTarget {
 };
 
 TEST_F(EnvProperties, RandomSequencesOfEditsUndoAndRedoBitForBit) {
-    TimeSetGlobalFPS(24.0);
     const auto floats = check_undo_property(
         "float envelope", [] { return std::make_unique<RandomEnvelope>(false); }, 30, 60);
     const auto integers = check_undo_property(

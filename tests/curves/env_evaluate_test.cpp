@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <numeric>
 #include <random>
@@ -419,6 +420,61 @@ TEST(EnvLookupIndex, WithoutMemoryForTheIndexLookupsWalkTheList) {
     expect_lookups_right(e.env, rng);
 }
 
+// Evaluation reads each segment from the index once it is filled; every way of changing what
+// the curve is made of, with or without a note, undone and redone, must be seen at once.
+TEST(EnvLookupIndex, EvaluationFollowsEveryChangeOfTheKeysAndSettings) {
+    UndoSysStartup();
+    UndoSysClear();
+    std::mt19937_64 rng(57);
+    Owned e(random_curve(rng, 40));
+    EnvSetPreBehavior(e.env, ENV_BEHAVIOR_REPEAT);
+    EnvSetPostBehavior(e.env, ENV_BEHAVIOR_LINEAR);
+    EnvSetInterpolation(e.env, ENV_INTERP_CURVE);
+    EnvKey *k = nth_key(e.env, 12);
+    EnvKey *end = nth_key(e.env, 39);
+    const std::pair<const char *, std::function<void()>> changes[] = {
+        {"value", [&] { EnvKeySetValue(e.env, k, 7.5); }},
+        {"manual slope", [&] { EnvKeySetSlopeType(e.env, k, 0, ENV_SLOPE_MANUAL); }},
+        {"slope", [&] { EnvKeySetSlopeValue(e.env, k, 0, 3.0); }},
+        {"stored weight", [&] { EnvKeySetWeightType(e.env, k, 0, 1); }},
+        {"weight", [&] { EnvKeySetWeightValue(e.env, k, 0, 0.1); }},
+        {"raw weight of the key alone", [&] { EnvKeySetRawWeight(k, 0, 0.05); }},
+        {"value break as a user flag", [&] { EnvKeySetUserFlag(k, ENV_BREAK_VALUE); }},
+        {"active side", [&] { EnvKeySetActiveValue(e.env, k, 1); }},
+        {"slope break", [&] { EnvKeyBreak(e.env, k, ENV_BREAK_SLOPE); }},
+        {"inverted tangent", [&] { EnvKeyTangentInvert(e.env, k, 1); }},
+        {"stepped into the next key",
+         [&] { EnvKeySetSlopeType(e.env, EnvNextKey(e.env, k->time), 0, ENV_SLOPE_STEPPED); }},
+        {"raw tangents",
+         [&] { EnvKeySetRawTangents(e.env, k, 0, 2.0, ENV_SLOPE_AUTO, 0.0, 0, 0.0, 0); }},
+        {"raw tangents without the envelope",
+         [&] { EnvKeySetRawTangents(nullptr, end, 0, -2.0, ENV_SLOPE_MANUAL, 4.0, 1, 0.2, 0); }},
+        {"linear, directly", [&] { EnvSetInterpolationDirect(e.env, ENV_INTERP_LINEAR); }},
+        {"curve, directly", [&] { EnvSetInterpolationDirect(e.env, ENV_INTERP_CURVE); }},
+        {"offset repeat at both ends, directly",
+         [&] {
+             EnvSetPreBehaviorDirect(e.env, ENV_BEHAVIOR_OFFSET_REPEAT);
+             EnvSetPostBehaviorDirect(e.env, ENV_BEHAVIOR_OFFSET_REPEAT);
+         }},
+        {"key moved", [&] { EnvKeySetTime(e.env, end, end->time + 0.5, 0); }},
+        {"all undone",
+         [&] {
+             while (UndoSysUndo()) continue;
+         }},
+        {"all redone",
+         [&] {
+             while (UndoSysRedo()) continue;
+         }},
+    };
+    expect_agrees_with_reference(e.env, "before");
+    for (const auto &[name, change] : changes) {
+        change();
+        expect_agrees_with_reference(e.env, name);
+    }
+    UndoSysClear();
+    UndoSysShutdown();
+}
+
 // ---- Bounds -------------------------------------------------------------------------------
 
 TEST(EnvBoundsValue, OvershootIsFoundExactly) {
@@ -607,35 +663,26 @@ TEST(EnvBisection, GivesExactlyTheLastMidpointOfFourteenHalvings) {
     }
 }
 
-}  // namespace
-}  // namespace vx::test
-
-namespace vx::test {
-namespace {
-
 // Right past the tolerance before the first key, a repeating curve maps the time to the
 // tolerance edge of the last key, where rounding makes it read that key. Dense sampling never
 // lands on those instants; the bounds must still hold what the curve takes there.
 TEST(EnvBoundsValue, IncludeWhatTheCurveTakesAtTheToleranceEdge) {
-    Envelope *e = EnvCreate(nullptr);
-    EnvAddKey(e, 0.0, 1.0);
-    EnvAddKey(e, 0.4, 5.0);
-    EnvKey *last = EnvAddKey(e, 1.0, 2.0);
-    EnvKeyBreak(e, last, ENV_BREAK_VALUE);
-    EnvKeySetTangentValue(e, last, 1, -3.0);
-    EnvKeySetActiveValue(e, last, 1);
-    EnvSetInterpolation(e, ENV_INTERP_STEPPED);
-    EnvSetPreBehavior(e, ENV_BEHAVIOR_REPEAT);
+    Owned e(make_curve({{0.0, 1.0}, {0.4, 5.0}, {1.0, 2.0}}, ENV_BEHAVIOR_REPEAT,
+                       ENV_BEHAVIOR_CONSTANT, ENV_INTERP_STEPPED));
+    EnvKey *last = nth_key(e.env, 2);
+    UndoSysSuspend();
+    EnvKeyBreak(e.env, last, ENV_BREAK_VALUE);
+    EnvKeySetTangentValue(e.env, last, 1, -3.0);
+    EnvKeySetActiveValue(e.env, last, 1);
+    UndoSysResume();
     const double edge = std::nextafter(-0.0001, -1.0);
     double lo = 0.0;
     double hi = 0.0;
-    EnvBoundsValue(e, -0.5, 0.0, &lo, &hi);
-    EXPECT_EQ(lo, EnvEvaluate(e, edge));
+    EnvBoundsValue(e.env, -0.5, 0.0, &lo, &hi);
+    EXPECT_EQ(lo, EnvEvaluate(e.env, edge));
     EXPECT_EQ(lo, -3.0);
-    EnvBoundsValue(e, -0.5, -0.001, &lo, &hi);
+    EnvBoundsValue(e.env, -0.5, -0.001, &lo, &hi);
     EXPECT_EQ(lo, 5.0) << "away from the edge the last key is not read";
-    UndoSysClear();
-    EnvDestroyNoUndo(e);
 }
 
 }  // namespace

@@ -1,6 +1,9 @@
 // Shared pieces of the envelope tests: an envelope with a listening port, a full snapshot of
-// its state, and the notes observers heard.
+// its state, the notes observers heard, the log's lines, and the undo system around a test.
+// It brings the headers every envelope test uses.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <cinttypes>
 #include <cstdint>
@@ -10,7 +13,9 @@
 #include <vector>
 
 #include <vexor/env.h>
+#include <vexor/log.h>
 #include <vexor/port.h>
+#include <vexor/time.h>
 #include <vexor/undo.h>
 
 namespace vx::test {
@@ -60,6 +65,23 @@ inline std::string bits(double value) {
     return text;
 }
 
+// A key bit for bit, ignoring the links. With `as_loaded`, the key as a save and a load give it
+// back: narrowed to single precision, and side 1 zero when the key has no break.
+inline std::string describe(const EnvKey &key, bool integer, bool as_loaded = false) {
+    const bool side1 = !as_loaded || (key.flags & 0x7u) != 0;
+    auto num = [&](double v) {
+        return bits(as_loaded ? static_cast<double>(static_cast<float>(v)) : v);
+    };
+    std::string text = num(key.time) + " f" + std::to_string(key.flags);
+    for (int s = 0; s < 2; ++s) {
+        const EnvKeySide side = s == 0 || side1 ? key.side[s] : EnvKeySide{};
+        text += " [" + std::to_string(side.flags) + " " +
+                (integer ? std::to_string(side.value.i) : num(side.value.f)) + " " +
+                num(side.slope) + " " + num(side.weight) + "]";
+    }
+    return text;
+}
+
 // Every setting and every key field, bit for bit.
 inline std::string snapshot(Envelope *env) {
     std::string text = "type " + std::to_string(EnvType(env)) + " pre " +
@@ -68,12 +90,7 @@ inline std::string snapshot(Envelope *env) {
                        std::to_string(EnvInterpolation(env)) + "\n";
     const EnvKeyList *list = EnvGetKeyList(env);
     for (const EnvKey *k = list->head; k->succ != nullptr; k = k->succ) {
-        text += bits(k->time) + " f" + std::to_string(k->flags);
-        for (const EnvKeySide &s : k->side) {
-            text += " [" + std::to_string(s.flags) + " " + bits(s.value.f) + " " + bits(s.slope) +
-                    " " + bits(s.weight) + "]";
-        }
-        text += "\n";
+        text += describe(*k, EnvType(env) == 1) + "\n";
     }
     return text;
 }
@@ -99,6 +116,74 @@ inline int key_count(Envelope *env) {
     for (const EnvKey *k = list->head; k->succ != nullptr; k = k->succ) ++n;
     return n;
 }
+
+// Keys at 0, 1, 2 and 3 s with values 0, 10, 20, 30 (float or integer), built without recording.
+inline void fill(Envelope *env) {
+    UndoSysSuspend();
+    for (int i = 0; i < 4; ++i) {
+        if (EnvType(env) == 1) {
+            EnvAddKeyInt(env, i, 10 * i);
+        } else {
+            EnvAddKey(env, i, 10.0 * i);
+        }
+    }
+    UndoSysResume();
+}
+
+// Undoes (or redoes) n steps, or every step there is.
+inline void undo(int n = -1) {
+    while (n-- != 0 && UndoSysUndo() != 0) {
+    }
+}
+inline void redo(int n = -1) {
+    while (n-- != 0 && UndoSysRedo() != 0) {
+    }
+}
+
+// Takes the log's lines while it lives, with a debug channel turned on, and keeps them. With no
+// channel it only silences the log (without allocating, so counts of live blocks hold), for
+// the failure lines of malformed input.
+class LogCapture {
+  public:
+    explicit LogCapture(const char *channel = nullptr) : channel_(channel) {
+        VxLogSetSink(sink, this);
+        if (channel_ != nullptr) VxLogEnableChannel(channel_, 1);
+    }
+    ~LogCapture() {
+        if (channel_ != nullptr) VxLogEnableChannel(channel_, 0);
+        VxLogSetSink(nullptr, nullptr);
+    }
+    LogCapture(const LogCapture &) = delete;
+    LogCapture &operator=(const LogCapture &) = delete;
+
+    std::vector<std::string> lines;  // "source|text"
+    std::vector<std::string> texts;
+
+  private:
+    static void sink(void *client, int, const char *source, const char *text) {
+        auto *log = static_cast<LogCapture *>(client);
+        if (log->channel_ == nullptr) return;
+        log->lines.push_back(std::string(source) + "|" + text);
+        log->texts.emplace_back(text);
+    }
+    const char *channel_;
+};
+
+// The undo system started and recording for each test, at 30 frames a second.
+class UndoTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        UndoSysStartup();
+        UndoSysClear();
+        TimeSetGlobalFPS(30.0);
+    }
+    void TearDown() override {
+        UndoSysClear();
+        UndoSysEnable(1);
+        TimeSetGlobalFPS(24.0);
+        UndoSysShutdown();
+    }
+};
 
 // An envelope attached to a port with a note log; undo recording for the test's lifetime.
 class ListenedEnvelope {

@@ -5,7 +5,6 @@
 #pragma once
 
 #include <functional>
-#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -36,7 +35,7 @@ struct KeyDef {
 };
 
 // A float envelope with the keys, behaviours and interpolation, built without undo records.
-Envelope *make_curve(std::initializer_list<KeyDef> keys, unsigned pre, unsigned post,
+Envelope *make_curve(const std::vector<KeyDef> &keys, unsigned pre, unsigned post,
                      unsigned interpolation = ENV_INTERP_CURVE);
 // The i-th key of an envelope.
 EnvKey *nth_key(Envelope *env, int i);

@@ -1,20 +1,12 @@
 // Envelope keys as callers see them through the C interface: lookup, edits, their notes
 // through do, undo and redo, their debug lines, and the rules that keep keys ordered.
-#include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdint>
 #include <cstdio>
+#include <memory>
 
-#include <string>
-#include <vector>
-
-#include <vexor/env.h>
 #include <vexor/env_eval.h>
 #include <vexor/failure.h>
-#include <vexor/log.h>
-#include <vexor/time.h>
-#include <vexor/undo.h>
 
 #include "env_fixture.h"
 #include "support/alloc_injection.h"
@@ -24,46 +16,31 @@ namespace {
 
 using Codes = std::vector<std::uint32_t>;
 
-class EnvKeys : public ::testing::Test {
+class EnvKeys : public UndoTest {
   protected:
-    void SetUp() override {
-        UndoSysStartup();
-        UndoSysClear();
-        TimeSetGlobalFPS(30.0);
-    }
-    void TearDown() override {
-        UndoSysClear();
-        UndoSysEnable(1);
-        TimeSetGlobalFPS(24.0);
-        UndoSysShutdown();
-    }
     // Keys at 0, 1, 2 and 3 s with values 0, 10, 20, 30, built without recording or notes.
-    void fill(Envelope *env) {
-        UndoSysSuspend();
-        for (int i = 0; i < 4; ++i) EnvAddKey(env, i, 10.0 * i);
-        UndoSysResume();
+    void fill() {
+        test::fill(e.env);
         e.notes.take();
     }
     ListenedEnvelope e;
 };
 
 TEST_F(EnvKeys, LookupUsesTheTimeTolerance) {
-    fill(e.env);
-    EXPECT_EQ(EnvGetKey(e.env, 1.00009), key_at(e.env, 1));
-    EXPECT_EQ(EnvGetKey(e.env, 0.99991), key_at(e.env, 1));
-    EXPECT_EQ(EnvGetKey(e.env, 0.0001), nullptr) << "exactly the tolerance away";
-    EXPECT_EQ(EnvGetKey(e.env, 0.00009), key_at(e.env, 0));
-    EXPECT_EQ(EnvGetKey(e.env, 3.0001), nullptr);
-    EXPECT_EQ(EnvGetKey(e.env, -0.00005), key_at(e.env, 0));
-
-    EXPECT_EQ(EnvNextKey(e.env, 1.0), key_at(e.env, 2));
-    EXPECT_EQ(EnvNextKey(e.env, 1.5), key_at(e.env, 2));
-    EXPECT_EQ(EnvNextKey(e.env, -5.0), key_at(e.env, 0));
-    EXPECT_EQ(EnvNextKey(e.env, 3.0), nullptr);
-    EXPECT_EQ(EnvPrevKey(e.env, 1.0), key_at(e.env, 0));
-    EXPECT_EQ(EnvPrevKey(e.env, 1.5), key_at(e.env, 1));
-    EXPECT_EQ(EnvPrevKey(e.env, 0.0), nullptr);
-    EXPECT_EQ(EnvPrevKey(e.env, 9.0), key_at(e.env, 3));
+    fill();
+    // Which key each lookup finds, by index (-1 for none); 0.0001 is exactly the tolerance away.
+    const struct {
+        EnvKey *(*find)(Envelope *, double);
+        double time;
+        int key;
+    } rows[] = {{EnvGetKey, 1.00009, 1}, {EnvGetKey, 0.99991, 1}, {EnvGetKey, 0.0001, -1},
+                {EnvGetKey, 0.00009, 0}, {EnvGetKey, 3.0001, -1}, {EnvGetKey, -0.00005, 0},
+                {EnvNextKey, 1.0, 2},    {EnvNextKey, 1.5, 2},    {EnvNextKey, -5.0, 0},
+                {EnvNextKey, 3.0, -1},   {EnvPrevKey, 1.0, 0},    {EnvPrevKey, 1.5, 1},
+                {EnvPrevKey, 0.0, -1},   {EnvPrevKey, 9.0, 3}};
+    for (const auto &row : rows) {
+        EXPECT_EQ(row.find(e.env, row.time), key_at(e.env, row.key)) << row.time;
+    }
 
     // Playback forward and back, then a jump: the cache never gives a stale answer.
     for (double t = -1.0; t < 4.0; t += 0.05) {
@@ -93,15 +70,13 @@ TEST_F(EnvKeys, LookupsNeverReturnAKeyThatAnEditRemoved) {
         Envelope *cold = EnvCreate(nullptr);  // the same keys with no cache or index yet
         EnvCopy(cold, le.env);
         EXPECT_EQ(EnvEvaluate(le.env, 2.0), EnvEvaluate(cold, 2.0)) << count;
-        UndoSysUndo();
-        UndoSysUndo();
+        undo(2);
         EnvDestroyNoUndo(cold);
 
         EnvKey *moved = EnvGetKey(le.env, 3.0);
         EnvKeyCut(le.env, moved);
         EXPECT_EQ(EnvGetKey(le.env, 3.0), nullptr) << count;
-        UndoSysUndo();
-        UndoSysUndo();
+        undo(2);
         EXPECT_EQ(EnvGetKey(le.env, 2.0), doomed) << "undo brings the same key back";
         EXPECT_EQ(EnvGetKey(le.env, 3.0), moved);
     }
@@ -116,7 +91,7 @@ TEST_F(EnvKeys, EmptyEnvelopesAndBounds) {
     EXPECT_EQ(EnvFirstKey(e.env), nullptr);
     EXPECT_EQ(EnvGetKey(e.env, 0.0), nullptr);
     EXPECT_EQ(EnvIsAnimated(e.env), 0);
-    fill(e.env);
+    fill();
     EnvBoundsTime(e.env, &first, nullptr);
     EnvBoundsTime(e.env, nullptr, &last);
     EXPECT_EQ(first, 0.0);
@@ -125,7 +100,7 @@ TEST_F(EnvKeys, EmptyEnvelopesAndBounds) {
 }
 
 TEST_F(EnvKeys, AddingAKeyWhereOneStandsSetsItsValue) {
-    fill(e.env);
+    fill();
     EnvKey *key = EnvAddKey(e.env, 2.00005, 99.0);
     EXPECT_EQ(key, key_at(e.env, 2));
     EXPECT_EQ(key_count(e.env), 4);
@@ -146,12 +121,10 @@ TEST_F(EnvKeys, ANewKeyIsHeardAsOneInsertionAndUndoneInThreeSteps) {
     EXPECT_EQ(e.notes.take(), (std::vector<HeardNote>{{ENV_NOTE_INSERT, key}}));
     EXPECT_EQ(EnvKeyGetSlopeType(key, 0), EnvKeyDefaultSlopeType());
     EXPECT_EQ(UndoSysUndoCount(), 3u);
-    while (UndoSysUndo()) {
-    }
+    undo();
     EXPECT_EQ(e.notes.codes(), (Codes{ENV_NOTE_KEY, ENV_NOTE_KEY, ENV_NOTE_REMOVE}));
     EXPECT_EQ(key_count(e.env), 0);
-    while (UndoSysRedo()) {
-    }
+    redo();
     EXPECT_EQ(e.notes.codes(), (Codes{ENV_NOTE_INSERT, ENV_NOTE_KEY, ENV_NOTE_KEY}));
     EXPECT_EQ(EnvKeyValue(key_at(e.env, 0)), 5.0);
     EXPECT_FALSE(e.notes.wrong_span());
@@ -164,7 +137,7 @@ TEST_F(EnvKeys, ANewKeyIsHeardAsOneInsertionAndUndoneInThreeSteps) {
 }
 
 TEST_F(EnvKeys, DeletionNotesAndTheLifeOfADeletedKey) {
-    fill(e.env);
+    fill();
     EnvKey *key = key_at(e.env, 1);
     const auto live = alloc_counts().live_blocks;
     ASSERT_EQ(EnvDelKey(e.env, key), 1);
@@ -189,7 +162,7 @@ TEST_F(EnvKeys, DeletionNotesAndTheLifeOfADeletedKey) {
 }
 
 TEST_F(EnvKeys, MovingKeysKeepsThemInOrder) {
-    fill(e.env);
+    fill();
     EnvKey *key = key_at(e.env, 1);
     EXPECT_EQ(EnvKeySetTime(e.env, key, 1.0, 0), 1);
     EXPECT_EQ(UndoSysUndoCount(), 0u) << "the same time records nothing";
@@ -206,8 +179,7 @@ TEST_F(EnvKeys, MovingKeysKeepsThemInOrder) {
     EnvKeySetTime(e.env, key, 3.0, 1);  // onto a key: that key goes first
     EXPECT_EQ(key_times(e.env), (std::vector<double>{0.0, 2.0, 3.0}));
     EXPECT_EQ(key_at(e.env, 2), key);
-    while (UndoSysUndo()) {
-    }
+    undo();
     EXPECT_EQ(key_times(e.env), (std::vector<double>{0.0, 1.0, 2.0, 3.0}));
     EXPECT_EQ(key_at(e.env, 1), key);
 }
@@ -231,7 +203,7 @@ TEST_F(EnvKeys, QuantisingRoundsToFramesAndNegativeTimesTowardZero) {
 }
 
 TEST_F(EnvKeys, BreakingAndUnifyingCopySide0AndUndoRestoresSide1) {
-    fill(e.env);
+    fill();
     EnvKey *key = key_at(e.env, 1);
     EnvKeySetSlopeType(e.env, key, 0, ENV_SLOPE_MANUAL);
     EnvKeySetSlopeValue(e.env, key, 0, 2.5);
@@ -264,7 +236,7 @@ TEST_F(EnvKeys, BreakingAndUnifyingCopySide0AndUndoRestoresSide1) {
 }
 
 TEST_F(EnvKeys, ValueBreaksAndTheActiveSide) {
-    fill(e.env);
+    fill();
     EnvKey *key = key_at(e.env, 2);
     EXPECT_EQ(EnvKeySetActiveValue(e.env, key, 1), 0) << "unbroken";
     EXPECT_EQ(key->flags, 0u);
@@ -287,7 +259,7 @@ TEST_F(EnvKeys, ValueBreaksAndTheActiveSide) {
 }
 
 TEST_F(EnvKeys, SlopeTypesAndWeights) {
-    fill(e.env);
+    fill();
     EnvKey *key = key_at(e.env, 1);
     EXPECT_EQ(EnvKeySetSlopeType(e.env, key, 0, ENV_SLOPE_AUTO), 1);
     EXPECT_EQ(UndoSysUndoCount(), 0u) << "the side already has the type";
@@ -322,7 +294,7 @@ TEST_F(EnvKeys, SlopeTypesAndWeights) {
 }
 
 TEST_F(EnvKeys, RawWritesForLoaders) {
-    fill(e.env);
+    fill();
     EnvKey *key = key_at(e.env, 0);
     EnvKeySetRawTangents(e.env, key, 0, 4.0, ENV_SLOPE_MANUAL, 1.5, 1, 0.25, 0x2);
     EXPECT_EQ(key->side[0].value.f, 4.0);
@@ -349,7 +321,7 @@ TEST_F(EnvKeys, RawWritesForLoaders) {
 }
 
 TEST_F(EnvKeys, BehavioursAndInterpolationAreUndoableSettings) {
-    fill(e.env);
+    fill();
     EXPECT_EQ(EnvPreBehavior(e.env), EnvGetDefaultBehavior());
     EnvSetPreBehavior(e.env, ENV_BEHAVIOR_REPEAT);
     EnvSetPostBehavior(e.env, ENV_BEHAVIOR_OSCILLATE);
@@ -357,8 +329,7 @@ TEST_F(EnvKeys, BehavioursAndInterpolationAreUndoableSettings) {
     EnvSetInterpolation(e.env, ENV_INTERP_LINEAR);
     EXPECT_EQ(UndoSysUndoCount(), 3u);
     EXPECT_EQ(e.notes.take(), (std::vector<HeardNote>(3, {ENV_NOTE_ENVELOPE, key_at(e.env, 0)})));
-    UndoSysUndo();
-    UndoSysUndo();
+    undo(2);
     EXPECT_EQ(EnvPostBehavior(e.env), EnvGetDefaultBehavior());
     EnvSetPostBehaviorDirect(e.env, ENV_BEHAVIOR_NONE);
     EXPECT_EQ(EnvTestValidTime(e.env, 3.00009), 1);
@@ -367,7 +338,7 @@ TEST_F(EnvKeys, BehavioursAndInterpolationAreUndoableSettings) {
 }
 
 TEST_F(EnvKeys, CopyClearAndDestroy) {
-    fill(e.env);
+    fill();
     EnvSetPreBehaviorDirect(e.env, ENV_BEHAVIOR_OFFSET_REPEAT);
     ListenedEnvelope other;
     UndoSysSuspend();
@@ -379,8 +350,7 @@ TEST_F(EnvKeys, CopyClearAndDestroy) {
     ASSERT_EQ(EnvCopy(other.env, e.env), 1);
     EXPECT_EQ(snapshot(other.env), source);
     EXPECT_NE(key_at(other.env, 0), key_at(e.env, 0)) << "copies, not the same keys";
-    UndoSysUndo();
-    UndoSysUndo();
+    undo(2);
     EXPECT_EQ(snapshot(other.env), before);
 
     other.notes.take();
@@ -396,16 +366,14 @@ TEST_F(EnvKeys, CopyClearAndDestroy) {
     e.notes.take();
     ASSERT_EQ(EnvDestroy(doomed), 1);
     EXPECT_EQ(e.notes.codes(), (Codes{ENV_NOTE_DESTROY, ENV_NOTE_REMOVE, ENV_NOTE_ENVELOPE}));
-    UndoSysUndo();
-    UndoSysUndo();  // the destruction and the clearing: the envelope is whole again
+    undo(2);  // the destruction and the clearing: the envelope is whole again
     EXPECT_EQ(key_count(doomed), 1);
-    UndoSysRedo();
-    UndoSysRedo();
+    redo(2);
     UndoSysClear();  // dropped in effect: the envelope's memory goes (checked by sanitizers)
 }
 
 TEST_F(EnvKeys, CutAndPaste) {
-    fill(e.env);
+    fill();
     EnvKey *key = key_at(e.env, 1);
     EnvKeySetSlopeType(e.env, key, 0, ENV_SLOPE_STEPPED);
     e.notes.take();
@@ -416,9 +384,7 @@ TEST_F(EnvKeys, CutAndPaste) {
     EXPECT_EQ(key_times(e.env), (std::vector<double>{0.0, 2.0, 3.0}));
     EXPECT_EQ(EnvKeyValue(key_at(e.env, 2)), 10.0);
     EXPECT_EQ(EnvKeyGetSlopeType(key_at(e.env, 2), 0), ENV_SLOPE_STEPPED);
-    UndoSysUndo();
-    UndoSysUndo();
-    UndoSysUndo();
+    undo(3);
     EXPECT_EQ(key_times(e.env), (std::vector<double>{0.0, 1.0, 2.0, 3.0}));
     EXPECT_EQ(key_at(e.env, 1), key);
 
@@ -428,7 +394,7 @@ TEST_F(EnvKeys, CutAndPaste) {
 }
 
 TEST_F(EnvKeys, RangeEditsKeepKeysOrderedAndApart) {
-    fill(e.env);
+    fill();
     EnvShiftAllKeys(e.env, 0.5);
     EXPECT_EQ(key_times(e.env), (std::vector<double>{0.5, 1.5, 2.5, 3.5}));
     EnvScaleAllKeys(e.env, 0.5, 2.0);
@@ -436,16 +402,14 @@ TEST_F(EnvKeys, RangeEditsKeepKeysOrderedAndApart) {
     EXPECT_EQ(EnvScaleAllKeys(e.env, 0.0, 0.0), 0) << "a scale must be above zero";
     EnvScaleAllKeys(e.env, 0.5, 0.00001);  // crushed together: only the first survives
     EXPECT_EQ(key_count(e.env), 1);
-    while (UndoSysUndo()) {
-    }
+    undo();
     EXPECT_EQ(key_times(e.env), (std::vector<double>{0.0, 1.0, 2.0, 3.0}));
 
     EnvRippleKeys(e.env, 1.0, 2.0);  // opens a gap after 1
     EXPECT_EQ(key_times(e.env), (std::vector<double>{0.0, 1.0, 4.0, 5.0}));
     EnvRippleKeys(e.env, 4.0, -3.5);  // closes 0.5 to 4: the key at 1 and the one at 4 go
     EXPECT_EQ(key_times(e.env), (std::vector<double>{0.0, 1.5}));
-    UndoSysUndo();
-    UndoSysUndo();
+    undo(2);
 
     EnvKey *moved[] = {key_at(e.env, 0), key_at(e.env, 1)};
     EnvMoveKeyArray(e.env, moved, 2, 2.0);  // 0 and 1 land on 2 and 3, which go
@@ -458,8 +422,7 @@ TEST_F(EnvKeys, RangeEditsKeepKeysOrderedAndApart) {
     EnvKey *stranger = EnvAddKey(e.env, 9.0, 0.0);
     EnvDelKey(e.env, stranger);
     EXPECT_EQ(EnvMoveKeyArray(e.env, &stranger, 1, 1.0), 0) << "not a key of the envelope";
-    while (UndoSysUndo()) {
-    }
+    undo();
 
     EnvDelKeyRange(e.env, 2.00005, 0.99995);
     EXPECT_EQ(key_times(e.env), (std::vector<double>{0.0, 3.0}));
@@ -469,20 +432,12 @@ TEST_F(EnvKeys, RangeEditsKeepKeysOrderedAndApart) {
     EXPECT_EQ(EnvKeyValue(key_at(e.env, 1)), 11.0);
     EXPECT_EQ(EnvKeyValue(key_at(e.env, 3)), 50.0);
     EXPECT_EQ(EnvShiftValuesInt(e.env, 0.0, 1.0, 1), 0) << "an integer shift of a float envelope";
-    while (UndoSysUndo()) {
-    }
+    undo();
     EXPECT_EQ(EnvKeyValue(key_at(e.env, 1)), 10.0);
 }
 
 TEST_F(EnvKeys, DebugLinesOnTheEnvelopeChannel) {
-    struct Captured {
-        std::vector<std::string> lines;
-        static void sink(void *client, int, const char *source, const char *text) {
-            static_cast<Captured *>(client)->lines.push_back(std::string(source) + "|" + text);
-        }
-    } captured;
-    VxLogSetSink(Captured::sink, &captured);
-    VxLogEnableChannel("envelope", 1);
+    auto log = std::make_unique<LogCapture>("envelope");
     Envelope *env = EnvCreate(nullptr);
     Envelope *integer = EnvCreateInt(nullptr);
     EnvKey *key = EnvAddKey(env, 0.0, 1.0);
@@ -492,15 +447,14 @@ TEST_F(EnvKeys, DebugLinesOnTheEnvelopeChannel) {
     EnvSetPreBehavior(env, 0);
     EnvCopy(integer, env);
     EnvDestroyNoUndo(integer);
-    VxLogEnableChannel("envelope", 0);
-    VxLogSetSink(nullptr, nullptr);
+    const std::vector<std::string> l = log->lines;
+    log.reset();
     UndoSysClear();
     EnvDestroyNoUndo(env);
 
     char created[64];
     std::snprintf(created, sizeof created, "envelope|EnvCreate: %x\n",
                   static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(env)));
-    const std::vector<std::string> &l = captured.lines;
     ASSERT_GE(l.size(), 6u);
     EXPECT_EQ(l[0], created);
     EXPECT_EQ(l[2], "envelope|Key is not broken\n");
@@ -516,8 +470,7 @@ TEST_F(EnvKeys, DefaultsAndTheUndoableDefaultSlopeType) {
     EXPECT_EQ(EnvKeyDefaultSlopeType(), ENV_SLOPE_LINEAR_OUT);
     EnvKey *key = EnvAddKey(e.env, 0.0, 0.0);
     EXPECT_EQ(EnvKeyGetSlopeType(key, 0), ENV_SLOPE_LINEAR_OUT);
-    while (UndoSysUndo()) {
-    }
+    undo();
     EXPECT_EQ(EnvKeyDefaultSlopeType(), slope);
     EXPECT_EQ(EnvKeySetDefaultSlopeType(300), 0);
 
@@ -533,7 +486,7 @@ TEST_F(EnvKeys, DefaultsAndTheUndoableDefaultSlopeType) {
 }
 
 TEST_F(EnvKeys, AFailedEditReturnsZeroAndChangesNothing) {
-    fill(e.env);
+    fill();
     const std::string before = snapshot(e.env);
     int result = -1;
     {

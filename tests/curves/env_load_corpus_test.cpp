@@ -1,36 +1,25 @@
 // Replays the envelope-load fuzz corpus as ordinary tests: every input the fuzzer was seeded
 // with keeps the properties the fuzz target checks, and the named seeds load or are refused
 // as their names say.
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
 
 #include <vexor/block.h>
-#include <vexor/env.h>
 #include <vexor/env_io.h>
-#include <vexor/log.h>
 
+#include "env_fixture.h"
 #include "fuzz/env_load_check.h"
 #include "support/fuzz_corpus.h"
 
 namespace vx::test {
 namespace {
 
-// Malformed seeds log failure lines; keep them out of the test output.
-void quiet_sink(void *, int, const char *, const char *) {}
-
-class EnvLoadCorpus : public ::testing::Test {
-  protected:
-    void SetUp() override { VxLogSetSink(quiet_sink, nullptr); }
-    void TearDown() override { VxLogSetSink(nullptr, nullptr); }
-};
-
-TEST_F(EnvLoadCorpus, EverySeedKeepsTheFuzzTargetsProperties) {
+// Malformed seeds log failure lines; the capture keeps them out of the test output.
+TEST(EnvLoadCorpus, EverySeedKeepsTheFuzzTargetsProperties) {
+    LogCapture quiet;
     expect_seeds_keep_properties("env_load", 10, fuzz::check_env_load);
 }
 
-TEST_F(EnvLoadCorpus, ValidSeedsLoadAndCorruptSeedsAreRefused) {
+TEST(EnvLoadCorpus, ValidSeedsLoadAndCorruptSeedsAreRefused) {
+    LogCapture quiet;
     expect_seeds_load_as_named("env_load", 5, 5, [](const std::vector<unsigned char> &bytes) {
         Envelope *env = EnvCreate(nullptr);
         BlkReader *r = BlkReaderOpenMemory(bytes.data(), bytes.size());

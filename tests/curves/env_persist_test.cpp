@@ -1,21 +1,14 @@
 // Envelope persistence where it can go wrong: the fields and their precision, the optional
 // blocks, the one-value "ends" block, key order, the undoable removal before a load, and
 // streams cut short, lying or loaded while memory runs out.
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <climits>
-#include <cstdint>
 #include <cstring>
 #include <initializer_list>
-#include <string>
-#include <vector>
 
 #include <vexor/block.h>
-#include <vexor/env.h>
 #include <vexor/env_io.h>
-#include <vexor/log.h>
-#include <vexor/undo.h>
 
 #include "env_fixture.h"
 #include "support/alloc_injection.h"
@@ -25,24 +18,15 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-void quiet_sink(void *, int, const char *, const char *) {}
-
-class EnvPersist : public ::testing::Test {
+class EnvPersist : public UndoTest {
   protected:
     // Recording is off unless a test is about undo, so that counts of live blocks see only
     // keys. Malformed streams log failure lines, kept out of the test output.
     void SetUp() override {
-        UndoSysStartup();
-        UndoSysClear();
+        UndoTest::SetUp();
         UndoSysEnable(0);
-        VxLogSetSink(quiet_sink, nullptr);
     }
-    void TearDown() override {
-        VxLogSetSink(nullptr, nullptr);
-        UndoSysClear();
-        UndoSysEnable(1);
-        UndoSysShutdown();
-    }
+    LogCapture quiet;
 };
 
 Bytes save(Envelope *env) {
@@ -88,25 +72,6 @@ struct Stream {
         return *this;
     }
 };
-
-double single(double value) {
-    return static_cast<double>(static_cast<float>(value));
-}
-
-// Bit for bit, ignoring the links. With `as_loaded`, the key as a save and a load give it
-// back: narrowed to single precision, and side 1 zero when the key has no break.
-std::string describe(const EnvKey &key, bool integer, bool as_loaded = false) {
-    const bool side1 = !as_loaded || (key.flags & 0x7u) != 0;
-    auto num = [&](double value) { return bits(as_loaded ? single(value) : value); };
-    std::string text = num(key.time) + " f" + std::to_string(key.flags);
-    for (int s = 0; s < 2; ++s) {
-        const EnvKeySide side = s == 0 || side1 ? key.side[s] : EnvKeySide{};
-        text += " [" + std::to_string(side.flags) + " " +
-                (integer ? std::to_string(side.value.i) : num(side.value.f)) + " " +
-                num(side.slope) + " " + num(side.weight) + "]";
-    }
-    return text;
-}
 
 std::vector<std::string> describe_keys(Envelope *env, bool as_loaded = false) {
     std::vector<std::string> keys;

@@ -78,29 +78,21 @@ double ref_slope(const RefCurve &curve, std::size_t i, bool outgoing) {
                 return ((in_value(k) - out_value(p)) + (in_value(nx) - out_value(k))) /
                        (nx.time - p.time);
             }
-            if (has_next) {
-                if (curve.pre == 1 || curve.pre == 3) return 0.0;
-                if (curve.pre == 4) {
-                    if (curve.post != 4) return ref_slope(curve, n - 1, false);
-                    const RefKey &l = keys[n - 1];
-                    const RefKey &lp = keys[n - 2];
-                    const RefKey &nx = keys[i + 1];
-                    return ((in_value(l) - out_value(lp)) + (in_value(nx) - out_value(k))) /
-                           ((nx.time - k.time) + (l.time - lp.time));
+            if (has_prev != has_next) {
+                // An end key: its one segment a-b, and under offset repeat at both ends the
+                // segment c-d across the wrap as well.
+                const unsigned behavior = has_next ? curve.pre : curve.post;
+                const RefKey &a = has_next ? k : keys[i - 1], &b = has_next ? keys[i + 1] : k;
+                if (behavior == 1 || behavior == 3) return 0.0;
+                if (behavior == 4) {
+                    if ((has_next ? curve.post : curve.pre) != 4) {
+                        return ref_slope(curve, has_next ? n - 1 : 0, false);
+                    }
+                    const RefKey &c = keys[has_next ? n - 2 : 0], &d = keys[has_next ? n - 1 : 1];
+                    return ((in_value(b) - out_value(a)) + (in_value(d) - out_value(c))) /
+                           ((b.time - a.time) + (d.time - c.time));
                 }
-                return line(k, keys[i + 1]);
-            }
-            if (has_prev) {
-                if (curve.post == 1 || curve.post == 3) return 0.0;
-                if (curve.post == 4) {
-                    if (curve.pre != 4) return ref_slope(curve, 0, false);
-                    const RefKey &p = keys[i - 1];
-                    const RefKey &f = keys[0];
-                    const RefKey &fs = keys[1];
-                    return ((in_value(k) - out_value(p)) + (in_value(fs) - out_value(f))) /
-                           ((k.time - p.time) + (fs.time - f.time));
-                }
-                return line(keys[i - 1], k);
+                return line(a, b);
             }
             return 0.0;
         default:
@@ -138,66 +130,36 @@ double ref_value(const RefCurve &curve, double t) {
     const RefKey &last = keys[n - 1];
     double tt = t;
     double offset = 0.0;
-    if (first.time - t > kTol) {
-        switch (curve.pre) {
+    const bool before = first.time - t > kTol;
+    if (before || t - last.time > kTol) {
+        const unsigned behavior = before ? curve.pre : curve.post;
+        const RefKey &end = before ? first : last;
+        const double end_value = before ? in_value(first) : out_value(last);
+        switch (behavior) {
             case 0:
                 return 0.0;
             case 1:
             case 6:
-                return in_value(first);
+                return end_value;
             case 2:
             case 3:
             case 4: {
                 const double span = last.time - first.time;
                 if (span == 0.0) return out_value(last);
                 double whole;
-                const double f = std::modf((first.time - t) / span, &whole);
+                const double f = std::modf(std::fabs(t - end.time) / span, &whole);
                 const double cycles = whole + 1.0;
-                if (curve.pre == 4) {
-                    tt = last.time - span * f;
-                    offset = -(out_value(last) - in_value(first)) * cycles;
-                } else if (curve.pre == 3 && static_cast<long long>(cycles) % 2 == 1) {
-                    tt = first.time + span * f;
-                } else {
-                    tt = last.time - span * f;
+                // Odd cycles of an oscillation run backwards: read from the near end inward.
+                const bool mirrored = behavior == 3 && static_cast<long long>(cycles) % 2 == 1;
+                tt = before == mirrored ? first.time + span * f : last.time - span * f;
+                if (behavior == 4) {
+                    offset = (before ? -cycles : cycles) * (out_value(last) - in_value(first));
                 }
                 break;
             }
             case 5:
-                if (curve.integer) return in_value(first);
-                return in_value(first) - ref_slope(curve, 0, false) * (first.time - t);
-            default:
-                break;
-        }
-    } else if (t - last.time > kTol) {
-        switch (curve.post) {
-            case 0:
-                return 0.0;
-            case 1:
-            case 6:
-                return out_value(last);
-            case 2:
-            case 3:
-            case 4: {
-                const double span = last.time - first.time;
-                if (span == 0.0) return out_value(last);
-                double whole;
-                const double f = std::modf((t - last.time) / span, &whole);
-                const double cycles = whole + 1.0;
-                const double d = f * span;
-                if (curve.post == 4) {
-                    tt = first.time + d;
-                    offset = (out_value(last) - in_value(first)) * cycles;
-                } else if (curve.post == 3 && static_cast<long long>(cycles) % 2 == 1) {
-                    tt = last.time - d;
-                } else {
-                    tt = first.time + d;
-                }
-                break;
-            }
-            case 5:
-                if (curve.integer) return out_value(last);
-                return out_value(last) + ref_slope(curve, n - 1, false) * (t - last.time);
+                if (curve.integer) return end_value;
+                return end_value + ref_slope(curve, before ? 0 : n - 1, false) * (t - end.time);
             default:
                 break;
         }

@@ -1,22 +1,15 @@
 // The key access object as a host uses it: walking keys, reading them by side, the codes of
 // mismatched types and refused edits, losing the current key to removals (heard on the port,
 // or noticed without one), its listener's life, and its edits through undo and failure.
-#include <gtest/gtest.h>
 
 #include <cmath>
 #include <functional>
 #include <limits>
 #include <memory>
-#include <string>
-#include <vector>
 
-#include <vexor/env.h>
 #include <vexor/failure.h>
-#include <vexor/port.h>
 #include <vexor/sys/component.h>
 #include <vexor/sys/key_access.h>
-#include <vexor/time.h>
-#include <vexor/undo.h>
 
 #include "env_fixture.h"
 #include "support/alloc_injection.h"
@@ -53,33 +46,12 @@ struct Cursor {
     const EnvKeyAccessMethods *m = nullptr;
 };
 
-// Keys at 0, 1, 2 and 3 s with values 0, 10, 20, 30, built without recording.
-void fill(Envelope *env) {
-    UndoSysSuspend();
-    for (int i = 0; i < 4; ++i) {
-        if (EnvType(env) == 0) {
-            EnvAddKey(env, i, 10.0 * i);
-        } else {
-            EnvAddKeyInt(env, i, 10 * i);
-        }
-    }
-    UndoSysResume();
-}
-
-class KeyAccess : public ::testing::Test {
+class KeyAccess : public UndoTest {
   protected:
     void SetUp() override {
-        UndoSysStartup();
-        UndoSysClear();
-        TimeSetGlobalFPS(30.0);
+        UndoTest::SetUp();
         fill(e.env);
         e.notes.take();
-    }
-    void TearDown() override {
-        UndoSysClear();
-        UndoSysEnable(1);
-        TimeSetGlobalFPS(24.0);
-        UndoSysShutdown();
     }
     ListenedEnvelope e;
     Cursor c{e.env};  // released before the envelope and its port

@@ -7,8 +7,11 @@
 #include <cmath>
 #include <thread>
 
+#include <vexor/log.h>
+
 #include "eval/modifier_builtin.h"
 #include "eval_fixture.h"
+#include "scene/scene.h"
 
 namespace vx::test {
 namespace {
@@ -95,6 +98,36 @@ TEST_F(Threads, PrivateEvaluatorsReadOnWorkersWhileTheMainThreadEvaluates) {
     for (std::thread &worker : workers) worker.join();
     CineEvalDestroy(main_eval);
     EXPECT_EQ(wrong.load(), 0);
+}
+
+// The main thread is the one that started the scene module, whichever thread made the first
+// evaluator: a worker's evaluation leaves a scene in flux, the starting thread's ends it. The
+// host thread is a fresh one so that no earlier test has shown the library its thread.
+TEST(MainThread, IsTheThreadThatStartedTheSceneModuleNotTheFirstToEvaluate) {
+    std::thread host([] {
+        CinemaStartup();
+        quiet_log();
+        Cinema *scene = CinemaCreate(0);
+        CinemaBatchBegin(scene);
+        EXPECT_NE(CineItemCreate(scene, CineLookupType(eval::kLinearBlend)), nullptr);
+        CinemaBatchEnd(scene);
+        CineAction *edit = CineActionGetDefault(scene, 9);
+        auto evaluate = [&] {
+            CineEval *ev = CineEvalCreateSpecial(scene, 2);
+            CineEvalSetAction(ev, edit);
+            EXPECT_EQ(CinemaEvaluate(ev), 1);
+            CineEvalDestroy(ev);
+        };
+        std::thread worker(evaluate);
+        worker.join();
+        EXPECT_TRUE(scene->in_flux);
+        evaluate();
+        EXPECT_FALSE(scene->in_flux);
+        release_log();
+        CinemaDestroy(scene);
+        CinemaShutdown();
+    });
+    host.join();
 }
 
 }  // namespace

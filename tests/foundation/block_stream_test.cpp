@@ -249,7 +249,7 @@ TEST(BlockStream, FilesLargerThanTheBuffersHoldTheSameBytesAsMemory) {
 
 // ---- Reading at the edges of blocks ----
 
-TEST(BlockReading, ReadsStopAtTheEndOfTheBlockAndNeverOutsideOne) {
+TEST(BlockReading, ReadsStopAtTheEndOfTheBlockAndFindAndEndSkipWhatIsUnread) {
     // Block 1 holds two words and two stray bytes.
     Bytes bytes = stream({1, 10, 5, 6, 0xBBAA, 2, 4, 9});
     Reader r(BlkReaderOpenMemory(bytes.data(), bytes.size()));
@@ -266,11 +266,10 @@ TEST(BlockReading, ReadsStopAtTheEndOfTheBlockAndNeverOutsideOne) {
     EXPECT_EQ(BlkReadU4(r.get(), values, 4), 1u);
     EXPECT_EQ(values[0], 9u);
     EXPECT_EQ(BlkReaderFailed(r.get()), 0);
-}
 
-TEST(BlockReading, FindPassesSkippedBlocksForGoodAndEndSkipsWhatIsUnread) {
-    const Bytes bytes = sample_stream();
-    Reader r(BlkReaderOpenMemory(bytes.data(), bytes.size()));
+    // Find passes skipped blocks for good, and end skips what is left unread.
+    bytes = sample_stream();
+    r.reset(BlkReaderOpenMemory(bytes.data(), bytes.size()));
     const BlkBlockId only_three[] = {{3, "three"}, {0, nullptr}};
     EXPECT_EQ(BlkFindBlock(r.get(), nullptr), 0u);  // a null table moves nothing
     ASSERT_EQ(BlkFindBlock(r.get(), kOuter), 1u);
@@ -301,7 +300,7 @@ TEST(BlockReading, ANewerMinorVersionReadsAndAnythingElseDoesNotOpen) {
 
 // ---- Writer failures ----
 
-TEST(BlockWriting, RefusedWritesAndABlockLeftOpenFailTheWriterForGood) {
+TEST(BlockWriting, RefusedWritesABlockLeftOpenAndNoMemoryFailTheWriterForGood) {
     for (const int refusal : {0, 1, 2}) {
         Writer w(BlkWriterOpenMemory());
         const unsigned value = 1;
@@ -326,6 +325,20 @@ TEST(BlockWriting, RefusedWritesAndABlockLeftOpenFailTheWriterForGood) {
     EXPECT_TRUE(walk_bytes(memory_of(w.get()), &failed).empty());
     EXPECT_TRUE(failed);
     EXPECT_EQ(BlkWriterClose(w.release()), 0);
+
+    // Running out of memory fails the writer too, and leaks nothing.
+    const std::vector<unsigned> values(100000, 5u);
+    const std::int64_t baseline = test::alloc_counts().live_blocks;
+    w.reset(BlkWriterOpenMemory());
+    ASSERT_EQ(BlkWriteBlock(w.get(), 1), 1);
+    {
+        test::FailAllocation next(1, test::FailMode::from_then_on);
+        EXPECT_EQ(BlkWriteU4(w.get(), values.data(), static_cast<unsigned>(values.size())), 0);
+        EXPECT_TRUE(test::injected_failure_raised());
+    }
+    EXPECT_EQ(BlkWriteEnd(w.get()), 0);
+    EXPECT_EQ(BlkWriterClose(w.release()), 0);
+    EXPECT_EQ(test::alloc_counts().live_blocks, baseline);
 }
 
 TEST(BlockWriting, NestingIsBoundedAtTheDepthEveryReaderAccepts) {
@@ -343,21 +356,6 @@ TEST(BlockWriting, NestingIsBoundedAtTheDepthEveryReaderAccepts) {
     while (BlkFindBlock(r.get(), kOuter) == 1) ++entered;
     EXPECT_EQ(entered, blk::kMaxDepth);
     EXPECT_EQ(BlkReaderFailed(r.get()), 0);
-}
-
-TEST(BlockWriting, RunningOutOfMemoryFailsTheWriterAndLeaksNothing) {
-    const std::vector<unsigned> values(100000, 5u);
-    const std::int64_t baseline = test::alloc_counts().live_blocks;
-    Writer w(BlkWriterOpenMemory());
-    ASSERT_EQ(BlkWriteBlock(w.get(), 1), 1);
-    {
-        test::FailAllocation next(1, test::FailMode::from_then_on);
-        EXPECT_EQ(BlkWriteU4(w.get(), values.data(), static_cast<unsigned>(values.size())), 0);
-        EXPECT_TRUE(test::injected_failure_raised());
-    }
-    EXPECT_EQ(BlkWriteEnd(w.get()), 0);
-    EXPECT_EQ(BlkWriterClose(w.release()), 0);
-    EXPECT_EQ(test::alloc_counts().live_blocks, baseline);
 }
 
 // ---- Hostile streams ----

@@ -67,7 +67,7 @@ class Log : public ::testing::Test {
     Capture capture_;
 };
 
-TEST_F(Log, ChannelsAreOffUntilSwitchedOnAndAllCanHaveExceptions) {
+TEST_F(Log, ChannelsAreOffUntilSwitchedOnByNameByAllOrByTheDebugList) {
     debug("envelope", "silent\n");
     EXPECT_TRUE(enable_channel("envelope", true));
     EXPECT_FALSE(channel_enabled("envelopes")) << "names match whole";
@@ -88,9 +88,9 @@ TEST_F(Log, ChannelsAreOffUntilSwitchedOnAndAllCanHaveExceptions) {
     EXPECT_FALSE(channel_enabled("undo")) << "all off switches off named channels too";
     enable_channel("mesh", true);
     EXPECT_TRUE(channel_enabled("mesh")) << "an exception to all does not outlive it";
-}
 
-TEST_F(Log, TheDebugListNamesChannelsSeparatedByCommasWithBlanksIgnored) {
+    // The debug list names channels separated by commas, with blanks ignored.
+    enable_channel("all", false);
     enable_channels(" envelope ,cinemachanged,,\tundo\t, ");
     for (const char *on : {"envelope", "cinemachanged", "undo"}) EXPECT_TRUE(channel_enabled(on));
     for (const char *off : {"", " envelope ", "mesh"}) EXPECT_FALSE(channel_enabled(off));

@@ -9,7 +9,6 @@
 #include <string>
 
 #include "foundation/guard.h"
-#include "foundation/port.h"
 #include "foundation/undo.h"
 #include "support/atomicity.h"
 #include "support/toy_shelf.h"
@@ -20,26 +19,20 @@ namespace {
 
 using test::Shelf;
 
-// A shelf with three items, a tag and a listener that counts notes, built without recording.
+// A shelf with three items, a tag and a listener, built without recording.
 class ShelfTarget : public test::AtomicityTarget {
   public:
     using Op = std::function<void(Shelf &)>;
     explicit ShelfTarget(Op op) : op_(std::move(op)) {
-        shelf_.port = PortCreate(nullptr);
-        PortAttach(shelf_.port, count, &heard_, nullptr);
         UndoSysSuspend();
         test::ShelfItem *a = test::shelf_insert(shelf_, nullptr, 1);
         test::ShelfItem *b = test::shelf_insert(shelf_, a, 2);
         test::shelf_insert(shelf_, b, 3);
         test::shelf_add_tag(shelf_, "a tag long enough to live on the heap");
         UndoSysResume();
-        heard_ = 0;
+        shelf_.take();
     }
-    ~ShelfTarget() override {
-        UndoSysClear();  // records may point into this shelf
-        PortDestroy(shelf_.port);
-        shelf_.port = nullptr;
-    }
+    ~ShelfTarget() override { UndoSysClear(); }  // records may point into this shelf
     std::string snapshot() override {
         return shelf_.snapshot() + " | steps " + std::to_string(UndoSysUndoCount()) + "/" +
                std::to_string(UndoSysRedoCount());
@@ -50,15 +43,11 @@ class ShelfTarget : public test::AtomicityTarget {
             return true;
         });
     }
-    std::size_t events() override { return heard_; }
+    std::size_t events() override { return shelf_.heard.size(); }
     Shelf &shelf() { return shelf_; }
 
   private:
-    static void count(void *client, void *, std::uint32_t, void *) {
-        ++*static_cast<std::size_t *>(client);
-    }
-    Shelf shelf_;
-    std::size_t heard_ = 0;
+    test::HeardShelf shelf_;
     Op op_;
 };
 

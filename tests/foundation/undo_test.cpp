@@ -2,6 +2,7 @@
 // each state, the limit, suspension, threads, and failures while applying.
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -45,6 +46,12 @@ void complete(int id, int flag = 1) {
     slot.add_complete(flag, trace_apply, new TraceRecord{id}, trace_free);
 }
 
+// One step of several records.
+void complete_step(std::initializer_list<int> ids) {
+    UndoBlock block;
+    for (int id : ids) complete(id);
+}
+
 class UndoSystem : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -64,13 +71,8 @@ class UndoSystem : public ::testing::Test {
 
 using Trace = std::vector<std::string>;
 
-TEST_F(UndoSystem, UndoesAStepInReverseOrderAndRedoesItInOrder) {
-    {
-        UndoBlock block;
-        complete(1);
-        complete(2);
-        complete(3);
-    }
+TEST_F(UndoSystem, StepsUndoInReverseOrderRedoInOrderAndNestedBlocksFormOneStep) {
+    complete_step({1, 2, 3});
     EXPECT_EQ(UndoSysUndoCount(), 1u);
     take_trace();
     ASSERT_TRUE(UndoSysUndo());
@@ -78,9 +80,9 @@ TEST_F(UndoSystem, UndoesAStepInReverseOrderAndRedoesItInOrder) {
     ASSERT_TRUE(UndoSysRedo());
     EXPECT_EQ(take_trace(), (Trace{"apply 1 1", "apply 2 1", "apply 3 1"}));
     EXPECT_FALSE(UndoSysRedo());
-}
+    UndoSysClear();
 
-TEST_F(UndoSystem, NestedBlocksFormOneStepAndRecordsOutsideBlocksAreStepsOfTheirOwn) {
+    // Records outside blocks are steps of their own.
     complete(1);
     UndoBlockBegin();
     complete(2);
@@ -111,24 +113,25 @@ TEST_F(UndoSystem, PendingRecordsAreAppliedFirstAndUndoneInTheOtherDirection) {
     EXPECT_EQ(take_trace(), (Trace{"apply 7 0"}));
 }
 
-TEST_F(UndoSystem, ANewEditDropsTheRedoStepsFreeingThemAsUndone) {
+// Each way a record leaves the history frees it in the state it stands in: dropped redo steps
+// and cleared undone ones as undone, steps past the limit and cleared ones as in effect.
+TEST_F(UndoSystem, RecordsAreFreedInTheStateTheyStandIn) {
     complete(1);
     complete(2);
     UndoSysUndo();
     take_trace();
-    complete(3);
+    complete(3);  // a new edit drops the redo step
     EXPECT_EQ(take_trace(), (Trace{"free 2 1"}));
     EXPECT_FALSE(UndoSysCanRedo());
     EXPECT_EQ(UndoSysUndoCount(), 2u);
-}
+    UndoSysUndo();
+    take_trace();
+    UndoSysClear();
+    EXPECT_EQ(take_trace(), (Trace{"free 3 1", "free 1 0"}));
+    EXPECT_FALSE(UndoSysCanUndo());
 
-TEST_F(UndoSystem, TheStepLimitFreesTheOldestStepsAsInEffect) {
     UndoSysSetLimit(2);
-    {
-        UndoBlock block;
-        complete(1);
-        complete(2);
-    }
+    complete_step({1, 2});
     complete(3);
     take_trace();
     complete(4);
@@ -136,18 +139,7 @@ TEST_F(UndoSystem, TheStepLimitFreesTheOldestStepsAsInEffect) {
     EXPECT_EQ(UndoSysUndoCount(), 2u);
     UndoSysSetLimit(1);
     EXPECT_EQ(take_trace(), (Trace{"free 3 0"}));
-}
 
-TEST_F(UndoSystem, ClearAndShutdownFreeEachRecordInTheStateItStandsIn) {
-    complete(1);
-    complete(2);
-    UndoSysUndo();
-    take_trace();
-    UndoSysClear();
-    EXPECT_EQ(take_trace(), (Trace{"free 2 1", "free 1 0"}));
-    EXPECT_FALSE(UndoSysCanUndo());
-
-    complete(3);
     UndoSysStartup();  // a second reference: shutdown frees nothing yet
     UndoSysShutdown();
     EXPECT_TRUE(take_trace().empty());
@@ -207,12 +199,7 @@ TEST_F(UndoSystem, OtherThreadsSeeNoRecordingAndCannotMoveTheHistory) {
 }
 
 TEST_F(UndoSystem, AFailureWhileUndoingOrRedoingPutsBackWhatItApplied) {
-    {
-        UndoBlock block;
-        complete(1);
-        complete(2);
-        complete(3);
-    }
+    complete_step({1, 2, 3});
     take_trace();
     fail_apply_of = 1;  // the last record undone
     EXPECT_EQ(::UndoSysUndo(), 0);
@@ -228,18 +215,6 @@ TEST_F(UndoSystem, AFailureWhileUndoingOrRedoingPutsBackWhatItApplied) {
     EXPECT_EQ(take_trace(), (Trace{"apply 1 1", "apply 2 1", "apply 2 0", "apply 1 0"}));
     EXPECT_EQ(UndoSysRedoCount(), 1u);
     EXPECT_TRUE(UndoSysRedo());
-}
-
-TEST_F(UndoSystem, UndoIsRefusedInsideABlockOrAnEditInFlight) {
-    complete(1);
-    UndoBlockBegin();
-    EXPECT_FALSE(UndoSysUndo());
-    UndoBlockEnd();
-    {
-        EditTransaction transaction;
-        EXPECT_FALSE(UndoSysUndo());
-    }
-    EXPECT_TRUE(UndoSysUndo());
 }
 
 TEST_F(UndoSystem, RecordsOfAFailedEditAreRevertedAndFreedAsUndone) {
@@ -289,7 +264,17 @@ TEST_F(UndoSystem, HandOverWithoutRoomRevertsTheRecordInsteadOfLosingIt) {
     EXPECT_FALSE(UndoSysCanUndo());
 }
 
-TEST_F(UndoSystem, StructureChangesBumpTheCode) {
+TEST_F(UndoSystem, UndoIsRefusedInsideABlockOrAnEditInFlightAndStructureChangesBumpTheCode) {
+    complete(1);
+    UndoBlockBegin();
+    EXPECT_FALSE(UndoSysUndo());
+    UndoBlockEnd();
+    {
+        EditTransaction transaction;
+        EXPECT_FALSE(UndoSysUndo());
+    }
+    EXPECT_TRUE(UndoSysUndo());
+
     const std::uint32_t before = UndoSysCode();
     UndoNewCode(0);
     UndoNewCode(1);

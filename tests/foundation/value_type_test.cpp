@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <utility>
 
 #include <vexor/failure.h>
 #include <vexor/value.h>
@@ -34,19 +35,20 @@ ResultCode code_of(void (*fn)(Value &), Value &v) {
     return rc::ok;
 }
 
-TEST(ValueTypes, StorageCodesAndNamesFindTheirTypes) {
-    EXPECT_STREQ(ValueTypeName(ExoTypeLookup(VX_STORE_FLOAT, nullptr)), "float");
-    EXPECT_STREQ(ValueTypeName(ExoTypeLookup(VX_STORE_INT, nullptr)), "integer");
-    EXPECT_STREQ(ValueTypeName(ExoTypeLookup(VX_STORE_TEXT, nullptr)), "string");
-    EXPECT_STREQ(ValueTypeName(ExoTypeLookup(VX_STORE_MATRIX, nullptr)), "matrix4");
-    EXPECT_STREQ(ValueTypeName(ExoTypeLookup(17, nullptr)), "float");  // unknown storage
+TEST(ValueTypes, StorageCodesAndNamesFindTheirTypesWhoseNewValuesHoldTheirDefault) {
+    const std::pair<int, const char *> by_storage[] = {{VX_STORE_FLOAT, "float"},
+                                                       {VX_STORE_INT, "integer"},
+                                                       {VX_STORE_TEXT, "string"},
+                                                       {VX_STORE_MATRIX, "matrix4"},
+                                                       {17, "float"}};  // unknown storage
+    for (const auto &[storage, name] : by_storage) {
+        EXPECT_STREQ(ValueTypeName(ExoTypeLookup(storage, nullptr)), name) << storage;
+    }
     EXPECT_EQ(ValueTypeKind(ExoTypeLookup(VX_STORE_OBJECT, "gradient")), VX_VALUE_OBJECT);
     EXPECT_EQ(ExoTypeLookup(VX_STORE_OBJECT, "nosuchtype"), nullptr);
     EXPECT_EQ(ValueTypeKind(nullptr), -1);
     EXPECT_EQ(ValueTypeName(nullptr), nullptr);
-}
 
-TEST(ValueTypes, NewValuesHoldTheirTypeDefault) {
     EXPECT_EQ(make("float").get_float(), 0.0);
     EXPECT_EQ(make("integer").get_int(), 0);
     EXPECT_EQ(text_of(make("string")), "");
@@ -82,7 +84,7 @@ TEST(ValueTypes, NumbersConvertBetweenKinds) {
     EXPECT_EQ(text_of(t), "-12");
 }
 
-TEST(ValueTypes, MatricesAndObjectsRefuseOtherKinds) {
+TEST(ValueTypes, MatricesAndObjectsRefuseOtherKindsAndExportWritesWholeTextCutToFit) {
     Value m = make("matrix4");
     Value o = make("custom");
     EXPECT_EQ(code_of([](Value &v) { v.set_float(1.0); }, m), rc::type_mismatch);
@@ -95,16 +97,12 @@ TEST(ValueTypes, MatricesAndObjectsRefuseOtherKinds) {
     o.set_object(&thing);
     EXPECT_EQ(o.get_object(), &thing);
     EXPECT_EQ(text_of(o), "object");
-}
 
-TEST(ValueTypes, ExportWritesWholeTextAndCutsToFit) {
-    Value m = make("matrix4");
+    // Export writes whole text and cuts it to fit.
     Matrix4 values{};
     for (std::size_t i = 0; i < 16; ++i) values[i] = static_cast<double>(i) / 2;
     m.set_matrix(values);
     EXPECT_EQ(text_of(m), "0 0.5 1 1.5 2 2.5 3 3.5 4 4.5 5 5.5 6 6.5 7 7.5");
-
-    Value f = make("float");
     f.set_float(1234.5);
     char small[4];
     EXPECT_EQ(f.export_text(small, sizeof small), 6u);
@@ -114,15 +112,20 @@ TEST(ValueTypes, ExportWritesWholeTextAndCutsToFit) {
 
 TEST(TextHints, EncodeNamesKnownValuesAndWritesOthersInDecimal) {
     const TextHint shapes[] = {{0, "box"}, {3, "sphere"}, {-1, "none"}, {0, nullptr}};
+    const TextHint *boolean = TextHintBoolean();
+    struct Encode {
+        int value;
+        const TextHint *hints;
+        const char *text;
+    };
+    const Encode encodes[] = {{3, shapes, "sphere"}, {-1, shapes, "none"}, {-42, shapes, "-42"},
+                              {5, nullptr, "5"},     {0, boolean, "off"},  {1, boolean, "on"}};
     char buf[16];
-    EXPECT_EQ(TextHintEncode(3, shapes, buf, sizeof buf), 6u);
-    EXPECT_STREQ(buf, "sphere");
-    TextHintEncode(-1, shapes, buf, sizeof buf);
-    EXPECT_STREQ(buf, "none");
-    TextHintEncode(-42, shapes, buf, sizeof buf);
-    EXPECT_STREQ(buf, "-42");
-    TextHintEncode(5, nullptr, buf, sizeof buf);
-    EXPECT_STREQ(buf, "5");
+    for (const Encode &e : encodes) {
+        EXPECT_EQ(TextHintEncode(e.value, e.hints, buf, sizeof buf), std::strlen(e.text));
+        EXPECT_STREQ(buf, e.text);
+    }
+    EXPECT_EQ(boolean[2].text, nullptr);
     EXPECT_EQ(TextHintEncode(3, shapes, buf, 3), 6u);
     EXPECT_STREQ(buf, "sp");
 
@@ -131,20 +134,10 @@ TEST(TextHints, EncodeNamesKnownValuesAndWritesOthersInDecimal) {
     EXPECT_EQ(v, 3);
     EXPECT_EQ(TextHintDecode("17", shapes, &v), 1);
     EXPECT_EQ(v, 17);
-    EXPECT_EQ(TextHintDecode("Sphere", shapes, &v), 0);
-    EXPECT_EQ(TextHintDecode("", shapes, &v), 0);
-    EXPECT_EQ(TextHintDecode("3x", shapes, &v), 0);
+    for (const char *refused : {"Sphere", "", "3x"}) {
+        EXPECT_EQ(TextHintDecode(refused, shapes, &v), 0) << refused;
+    }
     EXPECT_EQ(v, 17);
-}
-
-TEST(TextHints, TheBooleanTableNamesOffAndOn) {
-    const TextHint *b = TextHintBoolean();
-    char buf[8];
-    TextHintEncode(0, b, buf, sizeof buf);
-    EXPECT_STREQ(buf, "off");
-    TextHintEncode(1, b, buf, sizeof buf);
-    EXPECT_STREQ(buf, "on");
-    EXPECT_EQ(b[2].text, nullptr);
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 #include <vexor/mesh.h>
 #include <vexor/vmap.h>
 
+#include "geometry/poly_fixture.h"
 #include "support/alloc_injection.h"
 #include "support/atomicity.h"
 
@@ -33,6 +34,13 @@ Hull hull_of(const std::vector<UV> &points) {
     ConvexHullStart(hull.get());
     for (std::size_t i = 0; i < points.size(); ++i)
         ConvexHullAppend(hull.get(), points[i].first, points[i].second, i);
+    return hull;
+}
+
+Hull hull_of_positions(const std::vector<vx::test::Point> &points) {
+    Hull hull(ConvexHullCreate());
+    ConvexHullStart(hull.get());
+    for (const auto &p : points) ConvexHullAppendPos(hull.get(), p.data(), 0);
     return hull;
 }
 
@@ -95,7 +103,7 @@ TEST(ConvexHull, KeepsCornersOnlyAndListsThemClockwiseEndingAtThePivot) {
 TEST(ConvexHull, Projects3DPointsAlongTheirPlaneOrTheirDirection) {
     struct Case {
         const char *name;
-        std::vector<std::array<double, 3>> points;
+        std::vector<vx::test::Point> points;
         int axis;
         unsigned vertices;
     };
@@ -106,9 +114,7 @@ TEST(ConvexHull, Projects3DPointsAlongTheirPlaneOrTheirDirection) {
         {"three on a line", {{0, 0, 0}, {1, 1, 0}, {2, 2, 0}}, 2, 2},
     };
     for (const Case &c : cases) {
-        Hull hull(ConvexHullCreate());
-        ConvexHullStart(hull.get());
-        for (const auto &p : c.points) ConvexHullAppendPos(hull.get(), p.data(), 0);
+        Hull hull = hull_of_positions(c.points);
         ASSERT_EQ(ConvexHullDone(hull.get()), 1) << c.name;
         AxisTest test;
         ConvexHullGetAxisTest(hull.get(), &test);
@@ -144,11 +150,7 @@ TEST(ConvexHull, MajorAxisOfTwoPointsThinRectanglesAndDegenerateHulls) {
     EXPECT_NEAR(cv, 20.0, 1e-12);
 
     // Two 3D points that project to one place have no axis: nothing is written.
-    Hull coincident(ConvexHullCreate());
-    ConvexHullStart(coincident.get());
-    const double a[3] = {1, 2, 0}, b[3] = {1, 2, 5};
-    ConvexHullAppendPos(coincident.get(), a, 0);
-    ConvexHullAppendPos(coincident.get(), b, 0);
+    Hull coincident = hull_of_positions({{1, 2, 0}, {1, 2, 5}});
     ASSERT_EQ(ConvexHullDone(coincident.get()), 1);
     length = -1.0;
     EXPECT_EQ(
@@ -235,23 +237,7 @@ TEST(ConvexHull, RandomPointSetsMatchAnIndependentHull) {
     }
 }
 
-class MeshHulls : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        ASSERT_EQ(MeshStartup(), 1);
-        mesh_ = MeshCreate();
-    }
-    void TearDown() override {
-        MeshDestroy(mesh_);
-        MeshShutdown();
-    }
-    std::vector<MeshVertex *> vertices(const std::vector<std::array<double, 3>> &points) {
-        std::vector<MeshVertex *> out;
-        for (const auto &p : points) out.push_back(MeshNewVertex(mesh_, p.data()));
-        return out;
-    }
-    Mesh *mesh_ = nullptr;
-};
+using MeshHulls = vx::test::PolygonTest;
 
 TEST_F(MeshHulls, VerticesPolygonsAndPlanes) {
     // A 4 x 1 rectangle tilted 30 degrees about X, with a point inside.

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <vector>
 
@@ -69,5 +70,27 @@ inline const std::vector<Point> kUnitSquare = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, 
 // An L-shaped hexagon whose vertex 0 is the inner (reflex) corner.
 inline const std::vector<Point> kL = {{1, 1, 0}, {1, 2, 0}, {0, 2, 0},
                                       {0, 0, 0}, {2, 0, 0}, {2, 1, 0}};
+
+using UVPoint = std::array<double, 2>;
+
+// The distance from (x, y) to the segment a-b.
+inline double segment_distance(const UVPoint &a, const UVPoint &b, double x, double y) {
+    const double dx = b[0] - a[0], dy = b[1] - a[1];
+    double t = ((x - a[0]) * dx + (y - a[1]) * dy) / (dx * dx + dy * dy);
+    t = t < 0 ? 0 : (t > 1 ? 1 : t);
+    return std::hypot(x - a[0] - t * dx, y - a[1] - t * dy);
+}
+
+// A winding number from the angles the edges of a closed loop subtend at (x, y): a notion of
+// inside independent of the library's crossing rules.
+inline int winding(const std::vector<UVPoint> &loop, double x, double y) {
+    double turn = 0.0;
+    for (std::size_t i = 0; i < loop.size(); ++i) {
+        const UVPoint &a = loop[i], &b = loop[(i + 1) % loop.size()];
+        turn += std::atan2((a[0] - x) * (b[1] - y) - (a[1] - y) * (b[0] - x),
+                           (a[0] - x) * (b[0] - x) + (a[1] - y) * (b[1] - y));
+    }
+    return static_cast<int>(std::lround(turn / 6.283185307179586));
+}
 
 }  // namespace vx::test

@@ -40,35 +40,17 @@ TEST_F(PolygonPoint, TheSquaresBoundaryAnswersByEdgeDirection) {
     EXPECT_EQ(PolygonTestPosTol(mesh_, ccw, &z, inside, -1.0), 1) << "no band";
 }
 
-// A winding number from the angles the edges subtend: an independent notion of inside.
-int winding(const std::vector<std::array<double, 2>> &loop, double x, double y) {
-    double turn = 0.0;
-    for (std::size_t i = 0; i < loop.size(); ++i) {
-        const auto &a = loop[i];
-        const auto &b = loop[(i + 1) % loop.size()];
-        turn += std::atan2((a[0] - x) * (b[1] - y) - (a[1] - y) * (b[0] - x),
-                           (a[0] - x) * (b[0] - x) + (a[1] - y) * (b[1] - y));
-    }
-    return static_cast<int>(std::lround(turn / 6.283185307179586));
-}
-
-double boundary_distance(const std::vector<std::array<double, 2>> &loop, double x, double y) {
+double boundary_distance(const std::vector<UVPoint> &loop, double x, double y) {
     double best = 1e300;
     for (std::size_t i = 0; i < loop.size(); ++i) {
-        const auto &a = loop[i];
-        const auto &b = loop[(i + 1) % loop.size()];
-        const double dx = b[0] - a[0], dy = b[1] - a[1];
-        double t = ((x - a[0]) * dx + (y - a[1]) * dy) / (dx * dx + dy * dy);
-        t = t < 0 ? 0 : (t > 1 ? 1 : t);
-        best = std::fmin(best, std::hypot(x - a[0] - t * dx, y - a[1] - t * dy));
+        best = std::fmin(best, segment_distance(loop[i], loop[(i + 1) % loop.size()], x, y));
     }
     return best;
 }
 
 // The two rules written plainly, one edge at a time in double, as a reference for the screened
 // loops of the library.
-std::pair<int, int> plain_rules(const std::vector<std::array<double, 2>> &loop, double pu,
-                                double pv, double t) {
+std::pair<int, int> plain_rules(const std::vector<UVPoint> &loop, double pu, double pv, double t) {
     unsigned crossings = 0, band_crossings = 0;
     int band = 2;
     auto prev = loop.back();
@@ -103,14 +85,14 @@ TEST_F(PolygonPoint, AgreesWithTheWindingNumberAndTheFloatFormsAgreeWithTheDoubl
     for (int round = 0; round < 60; ++round) {
         const std::size_t axis = static_cast<std::size_t>(round % 3);
         const int n = 3 + round * 7 % 40;
-        std::vector<std::array<double, 2>> loop;
+        std::vector<UVPoint> loop;
         std::vector<Point> points;
         for (int i = 0; i < n; ++i) {
             const double angle = 6.283185307179586 * i / n;
             const double radius = i % 2 == 0 ? 1.0 : 0.25 + 0.5 * (round % 5) / 5.0;
             // Radii and angles rounded to floats: positions are stored as floats.
-            const std::array<double, 2> uv = {static_cast<float>(radius * std::cos(angle)),
-                                              static_cast<float>(radius * std::sin(angle))};
+            const UVPoint uv = {static_cast<float>(radius * std::cos(angle)),
+                                static_cast<float>(radius * std::sin(angle))};
             loop.push_back(uv);
             Point p{};
             p[(axis + 1) % 3] = uv[0];

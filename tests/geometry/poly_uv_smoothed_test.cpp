@@ -43,8 +43,8 @@ class SmoothedUV : public PolygonTest {
         ASSERT_EQ(SUBDGetLinearUV(mesh_), 0);
     }
     // The outline as the buffer makes it.
-    std::vector<std::array<double, 2>> outline() {
-        std::vector<std::array<double, 2>> samples;
+    std::vector<UVPoint> outline() {
+        std::vector<UVPoint> samples;
         PolyVBuf *buffer = PolyVBufCreate(mesh_, uv_, PVBUF_OUTLINE);
         PolyVBufResetCount(buffer);
         PolyVBufCountPoly(buffer, centre_);
@@ -64,16 +64,8 @@ class SmoothedUV : public PolygonTest {
     MeshPolygon *centre_ = nullptr;
 };
 
-double segment_distance(const std::array<double, 2> &a, const std::array<double, 2> &b, double x,
-                        double y) {
-    const double dx = b[0] - a[0], dy = b[1] - a[1];
-    double t = ((x - a[0]) * dx + (y - a[1]) * dy) / (dx * dx + dy * dy);
-    t = t < 0 ? 0 : (t > 1 ? 1 : t);
-    return std::hypot(x - a[0] - t * dx, y - a[1] - t * dy);
-}
-
 TEST_F(SmoothedUV, TheAnswersFollowTheSubdividedOutline) {
-    const std::vector<std::array<double, 2>> loop = outline();
+    const std::vector<UVPoint> loop = outline();
     ASSERT_EQ(loop.size() % 4, 0u);
     ASSERT_GT(loop.size(), 4u);
     const std::size_t per = loop.size() / 4;
@@ -89,17 +81,13 @@ TEST_F(SmoothedUV, TheAnswersFollowTheSubdividedOutline) {
     for (int k = 0; k < 300; ++k) {
         const double at[2] = {coordinate(random), coordinate(random)};
         double all = 1e300, edges[4] = {1e300, 1e300, 1e300, 1e300};
-        double turn = 0.0;
         for (std::size_t i = 0; i < loop.size(); ++i) {
-            const auto &a = loop[i], &b = loop[(i + 1) % loop.size()];
-            const double d = segment_distance(a, b, at[0], at[1]);
+            const double d = segment_distance(loop[i], loop[(i + 1) % loop.size()], at[0], at[1]);
             all = std::fmin(all, d);
             edges[i / per] = std::fmin(edges[i / per], d);
-            turn += std::atan2((a[0] - at[0]) * (b[1] - at[1]) - (a[1] - at[1]) * (b[0] - at[0]),
-                               (a[0] - at[0]) * (b[0] - at[0]) + (a[1] - at[1]) * (b[1] - at[1]));
         }
         if (all < 1e-6) continue;
-        const bool inside = std::lround(turn / 6.283185307179586) != 0;
+        const bool inside = winding(loop, at[0], at[1]) != 0;
         EXPECT_EQ(PolygonTestUVPos(uv_, centre_, at), inside ? 1 : 0);
         EXPECT_NEAR(PolygonDistanceUVPos(uv_, centre_, at, nullptr), inside ? 0.0 : all, 1e-12);
         for (int e = 0; e < 4; ++e) {

@@ -36,8 +36,7 @@ std::string snapshot(Mesh *mesh) {
     out += " |";
     for (unsigned i = 0; MeshPolygon *polygon = MeshPolByIndex(mesh, i); ++i) {
         out += " " + std::to_string(MeshPolygonFlags(polygon)) + ":";
-        for (unsigned k = 0; k < MeshNumVrtInPol(polygon); ++k) {
-            const MeshVertex *v = MeshPolVrtByIndex(polygon, static_cast<int>(k));
+        for (const MeshVertex *v : polygon_vertices(polygon)) {
             std::size_t index = 0;
             while (index < order.size() && order[index] != v) ++index;
             out += std::to_string(index) + ",";
@@ -68,137 +67,114 @@ class MeshAtomicity : public MeshTest {
     static void TearDownTestSuite() { MeshShutdown(); }
 };
 
-// A fresh mesh for every attempt, built with `vertices` vertices and `quads` quads (and, when
-// asked, an instance of it whose lists are shared), and an edit on it.
-// Meshes made by an edit under test, destroyed with its target.
-std::vector<Mesh *> g_made;
-
-class MeshTarget : public AtomicityTarget {
-  public:
-    using EditFn = std::function<bool(Mesh *source, Mesh *instance, std::vector<MeshVertex *> &)>;
-    MeshTarget(int count, int quads, bool with_instance, EditFn edit, EditFn setup)
-        : edit_(std::move(edit)) {
-        source_ = MeshCreate();
-        v_ = vertices(source_, count);
+// A fresh mesh for every attempt, built with `count` vertices and `quads` quads (and, when
+// asked, an instance of it whose lists are shared), and an edit on it. Meshes the edit makes
+// go into `made`, destroyed with the target.
+struct MeshTarget : AtomicityTarget {
+    using Edit = std::function<bool(MeshTarget &)>;
+    MeshTarget(int count, int quads, bool with_instance, Edit edit_fn, const Edit &setup)
+        : source(MeshCreate()), edit_(std::move(edit_fn)) {
+        v = vertices(source, count);
         for (int q = 0; q + 4 <= count && q < quads; ++q) {
-            MeshNewPolygon(source_, kFace, 4, &v_[static_cast<std::size_t>(q)], 0);
+            MeshNewPolygon(source, kFace, 4, &v[static_cast<std::size_t>(q)], 0);
         }
-        if (with_instance) instance_ = MeshCreateInstance(source_, 1);
-        if (setup) setup(source_, instance_, v_);
-        g_made.reserve(4);
-        Mesh *watched = instance_ != nullptr ? instance_ : source_;
-        log_ = std::make_unique<EventLog>(MeshEventPort(watched));
+        if (with_instance) instance = MeshCreateInstance(source, 1);
+        if (setup) setup(*this);
+        made.reserve(4);
+        log_ = std::make_unique<EventLog>(MeshEventPort(instance != nullptr ? instance : source));
         global_ = std::make_unique<EventLog>(MeshGlobalPort());
     }
     ~MeshTarget() override {
         log_.reset();
         global_.reset();
-        for (Mesh *mesh : g_made) destroy_mesh(mesh);
-        g_made.clear();
-        if (instance_ != nullptr) destroy_mesh(instance_);
-        destroy_mesh(source_);
+        for (Mesh *mesh : made) destroy_mesh(mesh);
+        if (instance != nullptr) destroy_mesh(instance);
+        destroy_mesh(source);
     }
     std::string snapshot() override {
-        std::string out = test::snapshot(source_);
-        if (instance_ != nullptr) out += " // " + test::snapshot(instance_);
+        std::string out = test::snapshot(source);
+        if (instance != nullptr) out += " // " + test::snapshot(instance);
         return out + " meshes " + std::to_string(MeshGlobalCount());
     }
-    bool edit() override { return edit_(source_, instance_, v_); }
+    bool edit() override { return edit_(*this); }
     std::size_t events() override { return log_->count() + global_->count(); }
+    // Keeps a mesh the edit made; true when there is one.
+    bool keep(Mesh *mesh) {
+        if (mesh != nullptr) made.push_back(mesh);
+        return mesh != nullptr;
+    }
+
+    Mesh *source = nullptr;
+    Mesh *instance = nullptr;
+    std::vector<MeshVertex *> v;
+    std::vector<Mesh *> made;
 
   private:
-    EditFn edit_;
-    Mesh *source_ = nullptr;
-    Mesh *instance_ = nullptr;
-    std::vector<MeshVertex *> v_;
+    Edit edit_;
     std::unique_ptr<EventLog> log_;
     std::unique_ptr<EventLog> global_;
 };
 
-AtomicityFactory factory(int count, int quads, bool with_instance, MeshTarget::EditFn edit,
-                         MeshTarget::EditFn setup = nullptr) {
-    return [=] { return std::make_unique<MeshTarget>(count, quads, with_instance, edit, setup); };
+AtomicityReport sweep(const std::string &name, int count, int quads, bool with_instance,
+                      const MeshTarget::Edit &edit, const MeshTarget::Edit &setup = nullptr) {
+    return check_atomicity(name, [=] {
+        return std::make_unique<MeshTarget>(count, quads, with_instance, edit, setup);
+    });
 }
 
-TEST_F(MeshAtomicity, MeshCreateLeavesNoPartialMesh) {
+TEST_F(MeshAtomicity, MeshCreateAndMeshCreateInstanceLeaveNoPartialMesh) {
     MeshMetaClass *cls = PolyTypeMetaClass(PolyTypeCodeLookup(VX_CODE4('T', 'A', 'T', 'M')));
-    const AtomicityReport report = check_atomicity(
-        "MeshCreate", factory(0, 0, false, [&](Mesh *, Mesh *, std::vector<MeshVertex *> &) {
-            Mesh *mesh = MeshCreate();
-            if (mesh == nullptr) return false;
-            g_made.push_back(mesh);
-            // The polygon type's record was made and set up with the mesh.
-            return *static_cast<int *>(MeshMetaRecord(cls, mesh)) == 7;
-        }));
+    const AtomicityReport report = sweep("MeshCreate", 0, 0, false, [cls](MeshTarget &t) {
+        // The polygon type's record was made and set up with the mesh.
+        return t.keep(MeshCreate()) && *static_cast<int *>(MeshMetaRecord(cls, t.made.back())) == 7;
+    });
     EXPECT_GE(report.tried, 4u);  // the record, its related array, its port, a meta record
-}
-
-TEST_F(MeshAtomicity, MeshCreateInstanceLeavesNoPartialInstance) {
-    check_atomicity("MeshCreateInstance",
-                    factory(4, 1, false, [&](Mesh *source, Mesh *, std::vector<MeshVertex *> &) {
-                        Mesh *mesh = MeshCreateInstance(source, 1);
-                        if (mesh != nullptr) g_made.push_back(mesh);
-                        return mesh != nullptr;
-                    }));
+    sweep("MeshCreateInstance", 4, 1, false,
+          [](MeshTarget &t) { return t.keep(MeshCreateInstance(t.source, 1)); });
 }
 
 // Vertex counts at which the element store takes a new chunk, and some at which nothing has
-// to grow.
+// to grow; on an instance, its own copy of the vertex list comes first.
 TEST_F(MeshAtomicity, MeshNewVertexLeavesNoPartialVertex) {
     for (int count : {0, 5, 8, 16, 48}) {
-        const AtomicityReport report = check_atomicity(
-            "MeshNewVertex " + std::to_string(count),
-            factory(count, 0, false, [](Mesh *source, Mesh *, std::vector<MeshVertex *> &) {
-                return vertex(source, 1.5, 2.5, -3.5) != nullptr;
-            }));
-        if (count == 16) {
-            EXPECT_GE(report.tried, 1u);
-        }
+        const AtomicityReport report =
+            sweep("MeshNewVertex " + std::to_string(count), count, 0, false,
+                  [](MeshTarget &t) { return vertex(t.source, 1.5, 2.5, -3.5) != nullptr; });
+        EXPECT_GE(report.tried, count == 16 ? 1u : 0u);
     }
-    // On an instance: its own copy of the vertex list comes first.
-    check_atomicity("MeshNewVertex on an instance",
-                    factory(6, 1, true, [](Mesh *, Mesh *instance, std::vector<MeshVertex *> &) {
-                        return vertex(instance, 4.0) != nullptr;
-                    }));
+    sweep("MeshNewVertex on an instance", 6, 1, true,
+          [](MeshTarget &t) { return vertex(t.instance, 4.0) != nullptr; });
 }
 
 TEST_F(MeshAtomicity, MeshNewPolygonLeavesNoPartialPolygon) {
     for (int quads : {0, 7, 8, 16}) {
         for (unsigned size : {3u, 4u, 6u}) {
-            check_atomicity(
-                "MeshNewPolygon " + std::to_string(quads) + "/" + std::to_string(size),
-                factory(20, quads, false, [=](Mesh *source, Mesh *, std::vector<MeshVertex *> &v) {
-                    return MeshNewPolygon(source, kFace, size, v.data() + 1, 1) != nullptr;
-                }));
+            sweep("MeshNewPolygon " + std::to_string(quads) + "/" + std::to_string(size), 20, quads,
+                  false, [size](MeshTarget &t) {
+                      return MeshNewPolygon(t.source, kFace, size, t.v.data() + 1, 1) != nullptr;
+                  });
         }
     }
-    check_atomicity("MeshNewPolygon on an instance",
-                    factory(6, 2, true, [](Mesh *, Mesh *instance, std::vector<MeshVertex *> &v) {
-                        return MeshNewPolygon(instance, kCurve, 5, v.data(), 0) != nullptr;
-                    }));
+    sweep("MeshNewPolygon on an instance", 6, 2, true, [](MeshTarget &t) {
+        return MeshNewPolygon(t.instance, kCurve, 5, t.v.data(), 0) != nullptr;
+    });
 }
 
 TEST_F(MeshAtomicity, DeletingThroughAnInstanceCopiesTheListCompletelyOrNotAtAll) {
-    check_atomicity("MeshFreeVertex on an instance",
-                    factory(9, 2, true, [](Mesh *, Mesh *instance, std::vector<MeshVertex *> &v) {
-                        return MeshFreeVertex(instance, v[4]) == 1;
-                    }));
-    check_atomicity("MeshFreePolygon on an instance",
-                    factory(9, 2, true, [](Mesh *, Mesh *instance, std::vector<MeshVertex *> &) {
-                        return MeshFreePolygon(instance, MeshPolByIndex(instance, 1)) == 1;
-                    }));
+    sweep("MeshFreeVertex on an instance", 9, 2, true,
+          [](MeshTarget &t) { return MeshFreeVertex(t.instance, t.v[4]) == 1; });
+    sweep("MeshFreePolygon on an instance", 9, 2, true, [](MeshTarget &t) {
+        return MeshFreePolygon(t.instance, MeshPolByIndex(t.instance, 1)) == 1;
+    });
     // Inside a batch that has already marked eight elements: the changed list must grow.
-    check_atomicity("MeshFreeVertex with the changed list growing",
-                    factory(
-                        9, 0, false,
-                        [](Mesh *source, Mesh *, std::vector<MeshVertex *> &v) {
-                            return MeshFreeVertex(source, v[8]) == 1;
-                        },
-                        [](Mesh *source, Mesh *, std::vector<MeshVertex *> &v) {
-                            MeshBatchBegin(source);
-                            for (std::size_t i = 0; i < 8; ++i) MeshFreeVertex(source, v[i]);
-                            return true;
-                        }));
+    sweep(
+        "MeshFreeVertex with the changed list growing", 9, 0, false,
+        [](MeshTarget &t) { return MeshFreeVertex(t.source, t.v[8]) == 1; },
+        [](MeshTarget &t) {
+            MeshBatchBegin(t.source);
+            for (std::size_t i = 0; i < 8; ++i) MeshFreeVertex(t.source, t.v[i]);
+            return true;
+        });
 }
 
 }  // namespace

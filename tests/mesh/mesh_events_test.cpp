@@ -15,7 +15,7 @@
 namespace vx::test {
 namespace {
 
-using Events = MeshTest;
+using Events = OnMesh;
 
 // A meta data class whose set-up tries to announce a change while the mesh is being built.
 int g_init_calls = 0;
@@ -29,7 +29,7 @@ int build_nothing(void *, Mesh *) {
     return 1;
 }
 
-TEST_F(Events, NothingIsAnnouncedBeforeMeshCreateReturns) {
+TEST_F(MeshTest, NothingIsAnnouncedBeforeMeshCreateReturnsThenEachPortInTurn) {
     static const MeshMetaOps ops = {8, 0, &announce_during_build, &build_nothing, nullptr};
     MeshMetaClass *cls = MeshMetaDefine("test.announcer", &ops);
     ASSERT_NE(cls, nullptr);
@@ -46,45 +46,29 @@ TEST_F(Events, NothingIsAnnouncedBeforeMeshCreateReturns) {
     EXPECT_EQ(MeshReadChanges(mesh), 0u);
     EXPECT_EQ(MeshBatchMask(mesh), 0xFFFFFFFFu);
 
-    // Once built, the mesh announces.
+    // Once built, the mesh announces: each event reaches the mesh's port, then the global
+    // one, with the port as sender. A zero mask announces nothing.
     EventLog own(MeshEventPort(mesh));
     vertex(mesh, 1);
     EXPECT_EQ(own.masks(), std::vector<std::uint32_t>{MESH_CHANGE_VERTICES});
     EXPECT_EQ(global.masks(), std::vector<std::uint32_t>{MESH_CHANGE_VERTICES});
-    destroy_mesh(mesh);
-}
-
-// Records which port heard an event, in order, across the mesh's port and the global one.
-struct Sequence {
     std::vector<HeardEvent> heard;
-    std::vector<Port *> ports;
-};
-void hear_in_sequence(void *client, void *sender, std::uint32_t code, void *data) {
-    auto *s = static_cast<Sequence *>(client);
-    s->heard.push_back({sender, code, static_cast<Mesh *>(data)});
-}
-
-TEST_F(Events, EachEventReachesTheMeshPortThenTheGlobalPortWithThePortAsSender) {
-    Mesh *mesh = MeshCreate();
-    Sequence seq;
-    seq.heard.reserve(8);
-    PortAttach(MeshGlobalPort(), &hear_in_sequence, &seq, nullptr);
-    PortAttach(MeshEventPort(mesh), &hear_in_sequence, &seq, nullptr);
-
+    heard.reserve(8);
+    const auto hear = [](void *client, void *sender, std::uint32_t code, void *data) {
+        static_cast<std::vector<HeardEvent> *>(client)->push_back(
+            {sender, code, static_cast<Mesh *>(data)});
+    };
+    PortAttach(MeshGlobalPort(), hear, &heard, nullptr);
+    PortAttach(MeshEventPort(mesh), hear, &heard, nullptr);
     MeshChangeEvent(mesh, 0x200);
-    ASSERT_EQ(seq.heard.size(), 2u);
-    EXPECT_EQ(seq.heard[0], (HeardEvent{MeshEventPort(mesh), 0x200, mesh}));
-    EXPECT_EQ(seq.heard[1], (HeardEvent{MeshGlobalPort(), 0x200, mesh}));
-
-    // A zero mask announces nothing.
     MeshChangeEvent(mesh, 0);
-    EXPECT_EQ(seq.heard.size(), 2u);
-    PortDetachListener(MeshGlobalPort(), &hear_in_sequence, &seq);
+    EXPECT_EQ(heard, (std::vector<HeardEvent>{{MeshEventPort(mesh), 0x200, mesh},
+                                              {MeshGlobalPort(), 0x200, mesh}}));
+    PortDetachListener(MeshGlobalPort(), hear, &heard);
     destroy_mesh(mesh);
 }
 
 TEST_F(Events, ABatchReachesObserversAsOneEventWithTheUnionOfItsBits) {
-    Mesh *mesh = MeshCreate();
     std::vector<MeshVertex *> v = vertices(mesh, 3);
     EventLog log(MeshEventPort(mesh));
     MeshReadChanges(mesh);
@@ -120,11 +104,9 @@ TEST_F(Events, ABatchReachesObserversAsOneEventWithTheUnionOfItsBits) {
     EXPECT_EQ(log.count(), 0u);
     vertex(mesh, 4);
     EXPECT_EQ(log.masks(), std::vector<std::uint32_t>{MESH_CHANGE_VERTICES});
-    destroy_mesh(mesh);
 }
 
 TEST_F(Events, ImmediateEventsGoOutAtOnceAndAreNeitherBatchedNorAccumulated) {
-    Mesh *mesh = MeshCreate();
     Mesh *instance = MeshCreateInstance(mesh, 1);
     EventLog log(MeshEventPort(mesh));
     EventLog instance_log(MeshEventPort(instance));
@@ -148,11 +130,9 @@ TEST_F(Events, ImmediateEventsGoOutAtOnceAndAreNeitherBatchedNorAccumulated) {
     EXPECT_EQ(instance_log.masks(), std::vector<std::uint32_t>{MESH_CHANGE_POSITIONS});
     EXPECT_EQ(MeshMetaIsValid(bounds, mesh), 0);
     destroy_mesh(instance);
-    destroy_mesh(mesh);
 }
 
 TEST_F(Events, HeldBackEventsAreDroppedUntilOneCarriesVerticesAndPolygons) {
-    Mesh *mesh = MeshCreate();
     EventLog log(MeshEventPort(mesh));
     EventLog global(MeshGlobalPort());
     MeshHoldEvents(mesh);
@@ -177,11 +157,10 @@ TEST_F(Events, HeldBackEventsAreDroppedUntilOneCarriesVerticesAndPolygons) {
     // The flag is gone: single-bit events flow again.
     vertex(mesh, 6);
     EXPECT_EQ(log.masks(), std::vector<std::uint32_t>{MESH_CHANGE_VERTICES});
-    destroy_mesh(mesh);
 }
 
 TEST_F(Events, InstancesHearTheirSourceUnlessMadeDeafAndKeepOnlyTheirOwnBits) {
-    Mesh *source = MeshCreate();
+    Mesh *source = mesh;
     Mesh *hearing = MeshCreateInstance(source, 1);
     Mesh *deaf = MeshCreateInstance(source, 0);
     ASSERT_NE(hearing, nullptr);
@@ -224,10 +203,10 @@ TEST_F(Events, InstancesHearTheirSourceUnlessMadeDeafAndKeepOnlyTheirOwnBits) {
     destroy_mesh(deaf);
     destroy_mesh(hearing);
     EXPECT_EQ(destroy_mesh(source), 1);
+    mesh = nullptr;
 }
 
-TEST_F(Events, NothingIsAnnouncedWhileRecoveringAndAFailedEditLeavesNoBatchOpen) {
-    Mesh *mesh = MeshCreate();
+TEST_F(Events, NothingIsAnnouncedWhileRecoveringAndAFailureInABatchKeepsTheBatch) {
     std::vector<MeshVertex *> v = vertices(mesh, 4);
     EventLog log(MeshEventPort(mesh));
     {
@@ -237,20 +216,7 @@ TEST_F(Events, NothingIsAnnouncedWhileRecoveringAndAFailedEditLeavesNoBatchOpen)
     }
     EXPECT_EQ(log.count(), 0u);
 
-    // Every allocation of a polygon failing in turn: no event, no batch left open.
-    for (std::uint64_t n = 1; n <= 16; ++n) {
-        MeshPolygon *polygon = nullptr;
-        {
-            FailAllocation fail(n);
-            polygon = MeshNewPolygon(mesh, kFace, 4, v.data(), 0);
-        }
-        if (polygon != nullptr) break;
-        EXPECT_EQ(log.count(), 0u) << n;
-        EXPECT_EQ(MeshBatchMask(mesh), 0xFFFFFFFFu) << n;
-        EXPECT_EQ(MeshNumPols(mesh), 0u) << n;
-    }
-    log.take();
-
+    // (Each allocation of an edit failing in turn is swept in mesh_atomicity_test.cpp.)
     // A failure inside an open batch keeps the batch and the changes made before it.
     MeshBatchBegin(mesh);
     vertex(mesh, 7);
@@ -266,7 +232,6 @@ TEST_F(Events, NothingIsAnnouncedWhileRecoveringAndAFailedEditLeavesNoBatchOpen)
     EXPECT_EQ(MeshBatchMask(mesh), static_cast<std::uint32_t>(0));
     MeshBatchEnd(mesh);
     EXPECT_EQ(log.masks(), std::vector<std::uint32_t>{MESH_CHANGE_VERTICES});
-    destroy_mesh(mesh);
 }
 
 // ---- Listener objects ---------------------------------------------------------------------
@@ -296,7 +261,6 @@ TEST_F(Events, ListenerObjectsHearThroughTheirInterface) {
     ASSERT_EQ(XObjectAllocate("test.meshListener", &obj), VX_OK);
     ASSERT_EQ(XObjectAllocate("test.notListener", &other), VX_OK);
 
-    Mesh *mesh = MeshCreate();
     EXPECT_EQ(MeshAttachListener(mesh, other), 0u);
     EXPECT_NE(MeshAttachListener(mesh, obj), 0u);
     EXPECT_NE(MeshAttachListener(nullptr, obj), 0u);
@@ -310,7 +274,6 @@ TEST_F(Events, ListenerObjectsHearThroughTheirInterface) {
     EXPECT_EQ(MeshDetachListener(nullptr, obj), 1u);
     vertex(mesh, 2);
     EXPECT_EQ(l->calls, 2);
-    destroy_mesh(mesh);
     XObjectRelease(obj);
     XObjectRelease(other);
 }

@@ -89,6 +89,21 @@ class MeshTest : public ::testing::Test {
     void TearDown() override { MeshShutdown(); }
 };
 
+// The module started and one empty mesh made for the test.
+class OnMesh : public MeshTest {
+  protected:
+    void SetUp() override {
+        MeshTest::SetUp();
+        mesh = MeshCreate();
+        ASSERT_NE(mesh, nullptr);
+    }
+    void TearDown() override {
+        if (mesh != nullptr) destroy_mesh(mesh);
+        MeshTest::TearDown();
+    }
+    Mesh *mesh = nullptr;
+};
+
 inline MeshVertex *vertex(Mesh *mesh, double x, double y = 0.0, double z = 0.0) {
     const double p[3] = {x, y, z};
     return MeshNewVertex(mesh, p);
@@ -98,6 +113,15 @@ inline MeshVertex *vertex(Mesh *mesh, double x, double y = 0.0, double z = 0.0) 
 inline std::vector<MeshVertex *> vertices(Mesh *mesh, int n) {
     std::vector<MeshVertex *> out;
     for (int i = 0; i < n; ++i) out.push_back(vertex(mesh, i));
+    return out;
+}
+
+// The vertices of a polygon in its order.
+inline std::vector<MeshVertex *> polygon_vertices(const MeshPolygon *polygon) {
+    std::vector<MeshVertex *> out;
+    for (unsigned i = 0; i < MeshNumVrtInPol(polygon); ++i) {
+        out.push_back(MeshPolVrtByIndex(polygon, static_cast<int>(i)));
+    }
     return out;
 }
 

@@ -11,8 +11,8 @@
 namespace vx::test {
 namespace {
 
-using PolyTypes = MeshTest;
-using MetaData = MeshTest;
+using PolyTypes = OnMesh;
+using MetaData = OnMesh;
 
 TEST_F(PolyTypes, BuiltInTypesCarryTheirFlags) {
     struct Expected {
@@ -36,9 +36,10 @@ TEST_F(PolyTypes, BuiltInTypesCarryTheirFlags) {
         const std::uint32_t code = VX_CODE4(e.code[0], e.code[1], e.code[2], e.code[3]);
         const PolyType *type = PolyTypeCodeLookup(code);
         ASSERT_NE(type, nullptr) << e.code;
-        EXPECT_EQ(PolyTypeCode(type), code);
-        EXPECT_EQ(PolyTypeFlags(type), e.flags) << e.code;
-        EXPECT_EQ(PolyTypeFlipFlags(type), e.flip) << e.code;
+        EXPECT_EQ((std::vector<std::uint32_t>{PolyTypeCode(type), PolyTypeFlags(type),
+                                              PolyTypeFlipFlags(type)}),
+                  (std::vector<std::uint32_t>{code, e.flags, e.flip}))
+            << e.code;
         EXPECT_NE(PolyTypeName(type), nullptr);
     }
     EXPECT_EQ(VX_CODE4('F', 'A', 'C', 'E'), 0x46414345u);
@@ -62,12 +63,9 @@ TEST_F(PolyTypes, DefiningATypeAgainNeedsTheSameFlags) {
     EXPECT_EQ(PolyTypeCodeLookup(code), type);
 
     // The flip rule follows the flip flags, not the area flag.
-    Mesh *mesh = MeshCreate();
     std::vector<MeshVertex *> v = vertices(mesh, 3);
-    MeshPolygon *flipped = MeshNewPolygon(mesh, code, 3, v.data(), 1);
-    EXPECT_EQ(MeshPolVrtByIndex(flipped, 0), v[0]);
-    EXPECT_EQ(MeshPolVrtByIndex(flipped, 1), v[2]);
-    MeshDestroy(mesh);
+    EXPECT_EQ(polygon_vertices(MeshNewPolygon(mesh, code, 3, v.data(), 1)),
+              (std::vector<MeshVertex *>{v[0], v[2], v[1]}));
 }
 
 int unit_box(const Mesh *, const MeshPolygon *, float box[6]) {
@@ -79,7 +77,6 @@ int unit_box(const Mesh *, const MeshPolygon *, float box[6]) {
 }
 
 TEST_F(PolyTypes, BoundsComeFromTheVerticesUnlessTheTypeSaysOtherwise) {
-    Mesh *mesh = MeshCreate();
     MeshVertex *v[3] = {vertex(mesh, 1, 5, -2), vertex(mesh, 4, -1, 0), vertex(mesh, 2, 2, 3)};
     MeshPolygon *tri = MeshNewPolygon(mesh, kFace, 3, v, 0);
     float box[6];
@@ -94,7 +91,6 @@ TEST_F(PolyTypes, BoundsComeFromTheVerticesUnlessTheTypeSaysOtherwise) {
     ASSERT_EQ(PolyTypeBounds(mesh, MeshNewPolygon(mesh, code, 3, v, 0), box), 1);
     EXPECT_EQ(box[0], -1.0f);
     EXPECT_EQ(box[5], 1.0f);
-    MeshDestroy(mesh);
 }
 
 // A meta class that counts its steps; its record keeps a persistent field set at init.
@@ -132,7 +128,6 @@ TEST_F(MetaData, RecordsAreBuiltOnDemandAndDroppedByTheChangesTheyDependOn) {
     EXPECT_EQ(MeshMetaLookup("test.counted"), cls);
     EXPECT_EQ(MeshMetaLookup("test.none"), nullptr);
 
-    Mesh *mesh = MeshCreate();
     MeshVertex *v = vertex(mesh, 1);
     g_builds = g_drops = 0;
     auto *record = static_cast<Counted *>(MeshMetaRecord(cls, mesh));
@@ -179,12 +174,13 @@ TEST_F(MetaData, RecordsAreBuiltOnDemandAndDroppedByTheChangesTheyDependOn) {
     MeshMetaValidate(cls, mesh);
     const int drops = g_drops;
     MeshDestroy(mesh);
+    mesh = nullptr;
     EXPECT_EQ(g_drops, drops + 1);  // the mesh drops what was built
 }
 
 TEST_F(MetaData, APolygonTypesClassGetsARecordOnEveryMesh) {
     MeshMetaClass *cls = MeshMetaDefine("test.counted", &kCounted);
-    Mesh *early = MeshCreate();
+    Mesh *early = mesh;
     const PolyType *type = PolyTypeDefine(VX_CODE4('T', 'M', 'E', 'T'), "metaType", 0, 0);
     EXPECT_EQ(PolyTypeMetaClass(type), nullptr);
     ASSERT_EQ(PolyTypeSetMetaClass(type, cls), 1);
@@ -204,11 +200,9 @@ TEST_F(MetaData, APolygonTypesClassGetsARecordOnEveryMesh) {
     EXPECT_EQ(first_use->persistent, 42);
     EXPECT_NE(first_use, made);
     MeshDestroy(late);
-    MeshDestroy(early);
 }
 
 TEST_F(MetaData, PolygonNormalsAndBoundsFollowTheGeometry) {
-    Mesh *mesh = MeshCreate();
     MeshVertex *v[4] = {vertex(mesh, 0, 0), vertex(mesh, 1, 0), vertex(mesh, 1, 1),
                         vertex(mesh, 0, 1)};
     MeshPolygon *up = MeshNewPolygon(mesh, kFace, 4, v, 0);
@@ -263,7 +257,6 @@ TEST_F(MetaData, PolygonNormalsAndBoundsFollowTheGeometry) {
     b = static_cast<const Bounds *>(MeshMetaValidate(bounds, mesh));
     EXPECT_EQ(b->box[3], 1.0f);
     MeshDestroy(instance);
-    MeshDestroy(mesh);
 }
 
 }  // namespace

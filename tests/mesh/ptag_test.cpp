@@ -17,6 +17,9 @@ namespace {
 constexpr std::uint32_t kMatr = PTAG_MATERIAL;
 constexpr std::uint32_t kPart = PTAG_PART;
 constexpr std::uint32_t kSmgp = PTAG_SMOOTHING;
+constexpr std::uint32_t kAaaa = VX_CODE4('A', 'A', 'A', 'A');
+constexpr std::uint32_t kBbbb = VX_CODE4('B', 'B', 'B', 'B');
+constexpr std::uint32_t kZzzz = VX_CODE4('Z', 'Z', 'Z', 'Z');
 
 // A mesh with `n` triangles, each made by MeshNewPolygon (so with the default tags).
 struct TagMesh {
@@ -103,12 +106,9 @@ TEST_F(PolygonTags, ArraysStaySortedByTypeWithOneEntryPerType) {
     EXPECT_EQ(PTagGetByIndex(p, 0, nullptr), nullptr);
 
     // Inserted at the end, the front, the middle, and growing past the pooled sizes.
-    ASSERT_EQ(PTagSet(p, kPart, "body"), 1);
-    ASSERT_EQ(PTagSet(p, VX_CODE4('Z', 'Z', 'Z', 'Z'), "z"), 1);
-    ASSERT_EQ(PTagSet(p, VX_CODE4('A', 'A', 'A', 'A'), "a"), 1);
-    ASSERT_EQ(PTagSet(p, kMatr, "Wood"), 1);
-    ASSERT_EQ(PTagSet(p, kSmgp, "1"), 1);
-    ASSERT_EQ(PTagSet(p, VX_CODE4('B', 'B', 'B', 'B'), ""), 1);
+    const std::pair<std::uint32_t, const char *> inserts[] = {
+        {kPart, "body"}, {kZzzz, "z"}, {kAaaa, "a"}, {kMatr, "Wood"}, {kSmgp, "1"}, {kBbbb, ""}};
+    for (const auto &[type, text] : inserts) ASSERT_EQ(PTagSet(p, type, text), 1) << text;
     EXPECT_EQ(tags(p), "AAAA=a BBBB= MATR=Wood PART=body SMGP=1 ZZZZ=z ");
     // Replacing keeps the count and the place.
     ASSERT_EQ(PTagSet(p, kMatr, "Steel"), 1);
@@ -119,25 +119,25 @@ TEST_F(PolygonTags, ArraysStaySortedByTypeWithOneEntryPerType) {
     EXPECT_EQ(PTagGet(p, 1), nullptr);
     EXPECT_EQ(PTagGet(p, VX_CODE4('M', 'A', 'T', 'Q')), nullptr);
     EXPECT_EQ(PTagGet(p, 0xFFFFFFFF), nullptr);
-    EXPECT_STREQ(PTagGet(p, VX_CODE4('Z', 'Z', 'Z', 'Z')), "z");
-    EXPECT_STREQ(PTagGet(p, VX_CODE4('A', 'A', 'A', 'A')), "a");
+    EXPECT_STREQ(PTagGet(p, kZzzz), "z");
+    EXPECT_STREQ(PTagGet(p, kAaaa), "a");
 
     std::uint32_t type = 7;
     EXPECT_EQ(PTagGetByIndex(p, -1, &type), nullptr);
     EXPECT_EQ(PTagGetByIndex(p, 6, &type), nullptr);
     EXPECT_EQ(type, 7u);
     EXPECT_STREQ(PTagGetByIndex(p, 5, &type), "z");
-    EXPECT_EQ(type, VX_CODE4('Z', 'Z', 'Z', 'Z'));
+    EXPECT_EQ(type, kZzzz);
 
     // A null text removes that type only; removing an absent type changes nothing.
-    ASSERT_EQ(PTagSet(p, kSmgp, nullptr), 1);
-    ASSERT_EQ(PTagSet(p, VX_CODE4('A', 'A', 'A', 'A'), nullptr), 1);
-    ASSERT_EQ(PTagSet(p, VX_CODE4('Q', 'Q', 'Q', 'Q'), nullptr), 1);
+    for (std::uint32_t t : {kSmgp, kAaaa, VX_CODE4('Q', 'Q', 'Q', 'Q')}) {
+        ASSERT_EQ(PTagSet(p, t, nullptr), 1);
+    }
     EXPECT_EQ(tags(p), "BBBB= MATR=Steel PART=body ZZZZ=z ");
     EXPECT_EQ(PTagRecordUses(kSmgp, "1"), 0);
-    for (std::uint32_t t : {VX_CODE4('B', 'B', 'B', 'B'), kMatr, kPart}) PTagSet(p, t, nullptr);
+    for (std::uint32_t t : {kBbbb, kMatr, kPart}) PTagSet(p, t, nullptr);
     EXPECT_EQ(tags(p), "ZZZZ=z ");
-    PTagSet(p, VX_CODE4('Z', 'Z', 'Z', 'Z'), nullptr);
+    PTagSet(p, kZzzz, nullptr);
     EXPECT_EQ(PTagCount(p), 0u);
 
     EXPECT_EQ(PTagSet(nullptr, kMatr, "x"), 0);
@@ -145,8 +145,8 @@ TEST_F(PolygonTags, ArraysStaySortedByTypeWithOneEntryPerType) {
     EXPECT_EQ(PTagGet(nullptr, kMatr), nullptr);
 }
 
-TEST_F(PolygonTags, SmoothingGroupsAreNormalisedToTheirSortedDistinctCharacters) {
-    TagMesh m(3);
+TEST_F(PolygonTags, SmoothingGroupsAreSortedDistinctCharactersAndDifferUnlessOneIsShared) {
+    TagMesh m(4);
     PTagSet(m.p[0], kSmgp, "ba");
     PTagSet(m.p[1], kSmgp, "aab");
     EXPECT_STREQ(PTagGet(m.p[0], kSmgp), "ab");
@@ -164,21 +164,21 @@ TEST_F(PolygonTags, SmoothingGroupsAreNormalisedToTheirSortedDistinctCharacters)
     for (int c = 56; c < 56 + 127; ++c) expected += static_cast<char>(c);
     EXPECT_EQ(std::string(PTagGet(m.p[2], kSmgp)), expected);
     EXPECT_STREQ(MeshDefaultTag(m.mesh, kSmgp), nullptr);
-}
 
-TEST_F(PolygonTags, SmoothingGroupsDifferUnlessTheyShareAGroup) {
-    TagMesh m(2);
     MeshPolygon *grouped = m.p[0];
-    MeshPolygon *plain = m.p[1];
+    MeshPolygon *plain = m.p[3];
     PTagSet(grouped, kSmgp, "ace");
-    EXPECT_EQ(SMGPTagsAreDifferent(grouped, "e"), 0);
-    EXPECT_EQ(SMGPTagsAreDifferent(grouped, "zyxa"), 0);
-    EXPECT_EQ(SMGPTagsAreDifferent(grouped, "bdf"), 1);
-    EXPECT_EQ(SMGPTagsAreDifferent(grouped, ""), 1);
-    EXPECT_EQ(SMGPTagsAreDifferent(grouped, nullptr), 1);
-    EXPECT_EQ(SMGPTagsAreDifferent(plain, "a"), 1);
-    EXPECT_EQ(SMGPTagsAreDifferent(plain, nullptr), 0);
-    EXPECT_EQ(SMGPTagsAreDifferent(nullptr, nullptr), 0);
+    const struct {
+        const MeshPolygon *polygon;
+        const char *groups;
+        int different;
+    } cases[] = {{grouped, "e", 0},   {grouped, "zyxa", 0},  {grouped, "bdf", 1},
+                 {grouped, "", 1},    {grouped, nullptr, 1}, {plain, "a", 1},
+                 {plain, nullptr, 0}, {nullptr, nullptr, 0}};
+    for (const auto &c : cases) {
+        EXPECT_EQ(SMGPTagsAreDifferent(c.polygon, c.groups), c.different)
+            << (c.polygon == grouped ? "ace" : "none") << " / " << (c.groups ? c.groups : "null");
+    }
     PTagSet(plain, kSmgp, "");
     EXPECT_EQ(SMGPTagsAreDifferent(plain, ""), 1);
     EXPECT_EQ(SMGPTagsAreDifferent(plain, "a"), 1);
@@ -221,7 +221,7 @@ TEST_F(PolygonTags, NewPolygonsGetTheMeshDefaultsInTypeOrder) {
 
     // A default of a type below the others goes first on the polygon, whatever the list order.
     ASSERT_EQ(MeshSetDefaultTag(m.mesh, kSmgp, "ba"), 1);
-    ASSERT_EQ(MeshSetDefaultTag(m.mesh, VX_CODE4('A', 'A', 'A', 'A'), "first"), 1);
+    ASSERT_EQ(MeshSetDefaultTag(m.mesh, kAaaa, "first"), 1);
     ASSERT_EQ(MeshSetDefaultTag(m.mesh, kMatr, "Brick"), 1);
     EXPECT_STREQ(MeshDefaultTag(m.mesh, kSmgp), "ab");
     MeshPolygon *p = MeshNewPolygon(m.mesh, kFace, 3, m.v.data(), 0);
@@ -242,9 +242,7 @@ TEST_F(PolygonTags, NewPolygonsGetTheMeshDefaultsInTypeOrder) {
     destroy_mesh(instance);
 
     // Without defaults a new polygon has no tags.
-    for (std::uint32_t t : {VX_CODE4('A', 'A', 'A', 'A'), kMatr, kPart, kSmgp}) {
-        MeshSetDefaultTag(m.mesh, t, nullptr);
-    }
+    for (std::uint32_t t : {kAaaa, kMatr, kPart, kSmgp}) MeshSetDefaultTag(m.mesh, t, nullptr);
     EXPECT_EQ(PTagCount(MeshNewPolygon(m.mesh, kFace, 3, m.v.data(), 0)), 0u);
     EXPECT_EQ(MeshSetDefaultTag(nullptr, kMatr, "x"), 0);
     EXPECT_EQ(MeshDefaultTag(nullptr, kMatr), nullptr);
@@ -360,7 +358,7 @@ TEST_F(PolygonTags, FailedEditsLeaveTagsAndRecordsAsTheyWere) {
                             [text](TagMesh &m) {
                                 MeshSetDefaultTag(m.mesh, kSmgp, "q");
                                 MeshSetDefaultTag(m.mesh, kMatr, text);
-                                MeshSetDefaultTag(m.mesh, VX_CODE4('A', 'A', 'A', 'A'), "a");
+                                MeshSetDefaultTag(m.mesh, kAaaa, "a");
                                 return true;
                             },
                             [](TagMesh &m) {

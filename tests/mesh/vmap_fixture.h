@@ -30,6 +30,17 @@ inline std::string values_text(const float *values, std::uint32_t dimension) {
     return out + ")";
 }
 
+// What a map gives for each of the vertices, alone or as corners of `polygon`.
+inline std::string reads(VMap *map, const std::vector<MeshVertex *> &v,
+                         MeshPolygon *polygon = nullptr) {
+    std::string out;
+    for (MeshVertex *a : v) {
+        out += values_text(polygon != nullptr ? VMapPGet(map, a, polygon) : VMapGet(map, a),
+                           VMapDimension(map));
+    }
+    return out;
+}
+
 // Every map of the mesh (dead ones too) with its names and flags, and what it answers for each
 // vertex, each polygon corner and each pair of neighbouring vertices.
 inline std::string maps_snapshot(Mesh *mesh, const std::vector<MeshVertex *> &v,

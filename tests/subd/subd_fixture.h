@@ -217,23 +217,35 @@ class SubdTest : public ::testing::Test {
     void TearDown() override { MeshShutdown(); }
 };
 
-// A polygon's outline from a buffer over the mesh, as the UV point tests read it.
-inline std::vector<float> outline(Mesh *mesh, VMap *map, const MeshPolygon *polygon,
-                                  int level = -1) {
-    PolyVBuf *buffer = PolyVBufCreate(mesh, map, PVBUF_OUTLINE);
-    if (level >= 0) SUBDVBufSetLevel(buffer, level);
+// Counts, allocates and generates one polygon in a buffer; returns the samples generated.
+inline unsigned fill(PolyVBuf *buffer, const MeshPolygon *polygon) {
     PolyVBufResetCount(buffer);
     PolyVBufCountPoly(buffer, polygon);
     PolyVBufAllocate(buffer);
     PolyVBufResetCount(buffer);
-    PolyVBufGenPoly(buffer, polygon);
-    AttrVBuf *avb = PolyVBufAttributes(buffer);
-    AVBGrab(avb);
-    PolyVBufDestroy(buffer);
+    return PolyVBufGenPoly(buffer, polygon);
+}
+
+// Every value an attribute buffer holds.
+inline std::vector<float> values_of(AttrVBuf *avb) {
     AVBView view{};
     AVBUpdateBegin(avb, &view);
     std::vector<float> out(view.values, view.values + std::size_t{view.count} * view.dimension);
     AVBUpdateEnd(avb);
+    return out;
+}
+
+// A polygon's outline from a buffer over the mesh, read after the buffer is gone: the
+// attribute buffer lives on while it is grabbed.
+inline std::vector<float> outline(Mesh *mesh, VMap *map, const MeshPolygon *polygon,
+                                  int level = -1) {
+    PolyVBuf *buffer = PolyVBufCreate(mesh, map, PVBUF_OUTLINE);
+    if (level >= 0) SUBDVBufSetLevel(buffer, level);
+    fill(buffer, polygon);
+    AttrVBuf *avb = PolyVBufAttributes(buffer);
+    AVBGrab(avb);
+    PolyVBufDestroy(buffer);
+    std::vector<float> out = values_of(avb);
     AVBDrop(avb);
     return out;
 }

@@ -57,17 +57,6 @@ class Levels : public SubdTest {
     std::unique_ptr<EventLog> events;
 };
 
-TEST_F(Levels, NewMeshesStartAtLevelTwo) {
-    const PolyTypeLevels *l = PolyTypeGetLevels(shape.mesh);
-    ASSERT_NE(l, nullptr);
-    EXPECT_EQ(l->subdLevel, 2);
-    EXPECT_EQ(l->renderLevel, 2);
-    EXPECT_EQ(l->patchLevel, 2);
-    EXPECT_EQ(l->splineLevel, 2);
-    EXPECT_EQ(l->linearUV + l->cageMode, 0);
-    EXPECT_EQ(PolyTypeGetLevels(nullptr), nullptr);
-}
-
 TEST_F(Levels, SubdLevelClampsToOneToTwentyFourAndReturnsTheLevelPassed) {
     struct Case {
         int passed, stored;
@@ -98,7 +87,13 @@ TEST_F(Levels, SubdLevelClampsToOneToTwentyFourAndReturnsTheLevelPassed) {
     }
 }
 
-TEST_F(Levels, RenderLevelAnnouncesOnceAndFlushesNothing) {
+TEST_F(Levels, NewMeshesStartAtLevelTwoAndRenderLevelAnnouncesOnceAndFlushesNothing) {
+    const PolyTypeLevels *l = PolyTypeGetLevels(shape.mesh);
+    ASSERT_NE(l, nullptr);
+    EXPECT_EQ((std::vector<int>{l->subdLevel, l->renderLevel, l->patchLevel, l->splineLevel}),
+              (std::vector<int>(4, 2)));
+    EXPECT_EQ(l->linearUV + l->cageMode, 0);
+    EXPECT_EQ(PolyTypeGetLevels(nullptr), nullptr);
     EXPECT_EQ(SUBDSetRenderLevel(shape.mesh, 2), 2);
     EXPECT_EQ(events->masks(), std::vector<std::uint32_t>{kBefore});
     for (const auto &[passed, stored] : {std::pair{100, 24}, {-1, 1}, {7, 7}}) {
@@ -133,16 +128,7 @@ TEST_F(Levels, PatchLevelsClampToOneTo4095AndReturnTheClampedLevel) {
     EXPECT_EQ(PTCHSetLevel(nullptr, 9000), 0);
 }
 
-TEST_F(Levels, LinearUVsAnnounceBothEventsAndRebuildOnlyOnChange) {
-    SUBDSetLinearUV(shape.mesh, 0);
-    EXPECT_TRUE(surface_valid());
-    SUBDSetLinearUV(shape.mesh, 5);
-    EXPECT_EQ(SUBDGetLinearUV(shape.mesh), 5);
-    EXPECT_FALSE(surface_valid());
-    EXPECT_EQ(events->masks(), (std::vector<std::uint32_t>{kBefore, kAfter, kBefore, kAfter}));
-}
-
-TEST_F(Levels, CageModeIsQuietFlushesAndRefreshesByItsOwner) {
+TEST_F(Levels, CageModeIsQuietAndRefreshesByItsOwnerWhileLinearUVsAnnounceAChange) {
     float p[3];
     EXPECT_EQ(SUBDSetCageMode(shape.mesh, 1), 1);
     EXPECT_EQ(SUBDGetCageMode(shape.mesh), 1);
@@ -161,6 +147,14 @@ TEST_F(Levels, CageModeIsQuietFlushesAndRefreshesByItsOwner) {
     EXPECT_EQ(SUBDGetCorner(shape.mesh, shape.vertices[0], p), 1);
     EXPECT_EQ(events->count(), 0u);
     data().owner->flags = 0;
+
+    // Linear UVs announce both events and rebuild only on a change.
+    SUBDSetLinearUV(shape.mesh, 0);
+    EXPECT_TRUE(surface_valid());
+    SUBDSetLinearUV(shape.mesh, 5);
+    EXPECT_EQ(SUBDGetLinearUV(shape.mesh), 5);
+    EXPECT_FALSE(surface_valid());
+    EXPECT_EQ(events->masks(), (std::vector<std::uint32_t>{kBefore, kAfter, kBefore, kAfter}));
 }
 
 TEST_F(Levels, ObsoletePatchQueriesReportAndAnswerZero) {
@@ -182,11 +176,7 @@ TEST_F(Levels, BufferLevelsDropTheBuffersOwnSlots) {
     ASSERT_NE(table, nullptr);
     EXPECT_EQ(PolyVBufGetData(buffer, PolyTypeCodeLookup(VX_CODE4('F', 'A', 'C', 'E'))), nullptr);
     SUBDVBufSetLevel(buffer, 3);
-    PolyVBufResetCount(buffer);
-    PolyVBufCountPoly(buffer, shape.polygons[0]);
-    PolyVBufAllocate(buffer);
-    PolyVBufResetCount(buffer);
-    EXPECT_EQ(PolyVBufGenPoly(buffer, shape.polygons[0]), 4u * 8u);
+    EXPECT_EQ(fill(buffer, shape.polygons[0]), 4u * 8u);
     EXPECT_NE(table->slots[1], nullptr);
     SUBDVBufSetLevel(buffer, 4);
     EXPECT_EQ(table->slots[1], nullptr);

@@ -11,16 +11,8 @@ namespace {
 class SubdThreads : public SubdTest {};
 
 std::vector<float> generate(PolyVBuf *buffer, const MeshPolygon *polygon) {
-    PolyVBufResetCount(buffer);
-    PolyVBufCountPoly(buffer, polygon);
-    PolyVBufAllocate(buffer);
-    PolyVBufResetCount(buffer);
-    const unsigned samples = PolyVBufGenPoly(buffer, polygon);
-    AVBView view{};
-    AVBUpdateBegin(PolyVBufAttributes(buffer), &view);
-    std::vector<float> out(view.values, view.values + std::size_t{samples} * view.dimension);
-    AVBUpdateEnd(PolyVBufAttributes(buffer));
-    return out;
+    fill(buffer, polygon);
+    return values_of(PolyVBufAttributes(buffer));
 }
 
 TEST_F(SubdThreads, LevelChangesWhileAnotherThreadReadsTheSurface) {

@@ -85,22 +85,16 @@ TEST_F(VBuf, TheQuadsOfAPolygonTileItsOutline) {
         SUBDSetLevel(b.mesh, level);
         for (std::size_t f = 0; f < 2; ++f) {
             PolyVBuf *buffer = PolyVBufCreate(b.mesh, nullptr, PVBUF_QUADS);
-            PolyVBufResetCount(buffer);
-            PolyVBufCountPoly(buffer, b.polygons[f]);
-            PolyVBufAllocate(buffer);
-            PolyVBufResetCount(buffer);
-            const unsigned samples = PolyVBufGenPoly(buffer, b.polygons[f]);
+            const unsigned samples = fill(buffer, b.polygons[f]);
             EXPECT_EQ(samples, s.faces[f].size() << (2 * level));
-            AVBView view{};
-            AVBUpdateBegin(PolyVBufAttributes(buffer), &view);
+            const std::vector<float> quads = values_of(PolyVBufAttributes(buffer));
+            ASSERT_EQ(quads.size(), 3u * samples);
             double area = 0.0;
             for (unsigned q = 0; q + 3 < samples; q += 4) {
-                const double quad = shoelace(view.values + 3 * q, 4);
-
+                const double quad = shoelace(quads.data() + 3 * q, 4);
                 EXPECT_GT(quad, 0.0);
                 area += quad;
             }
-            AVBUpdateEnd(PolyVBufAttributes(buffer));
             PolyVBufDestroy(buffer);
             const std::vector<float> loop = outline(b.mesh, nullptr, b.polygons[f]);
             EXPECT_NEAR(area, shoelace(loop.data(), loop.size() / 3), 1e-4)

@@ -104,57 +104,31 @@ bool injected_failure_raised() noexcept {
 
 }  // namespace vx::test
 
-// The replacements. They sit on malloc, so sanitizer builds still see every block.
-using vx::test::allocate;
-using vx::test::release;
+// The replacements, the single-object and the array forms alike. They sit on malloc, so
+// sanitizer builds still see every block. The nothrow forms cannot throw: allocate() answers
+// null when asked not to.
+#define VEXOR_REPLACE_NEW_AND_DELETE(array)                                       \
+    void *operator new array(std::size_t size) {                                  \
+        return vx::test::allocate(size, 0, false);                                \
+    }                                                                             \
+    void *operator new array(std::size_t size, const std::nothrow_t &) noexcept { \
+        return vx::test::allocate(size, 0, true);                                 \
+    }                                                                             \
+    void *operator new array(std::size_t size, std::align_val_t align) {          \
+        return vx::test::allocate(size, static_cast<std::size_t>(align), false);  \
+    }                                                                             \
+    void operator delete array(void *p) noexcept {                                \
+        vx::test::release(p);                                                     \
+    }                                                                             \
+    void operator delete array(void *p, std::size_t) noexcept {                   \
+        vx::test::release(p);                                                     \
+    }                                                                             \
+    void operator delete array(void *p, std::align_val_t) noexcept {              \
+        vx::test::release(p);                                                     \
+    }                                                                             \
+    void operator delete array(void *p, std::size_t, std::align_val_t) noexcept { \
+        vx::test::release(p);                                                     \
+    }
 
-void *operator new(std::size_t size) {
-    return allocate(size, 0, false);
-}
-void *operator new[](std::size_t size) {
-    return allocate(size, 0, false);
-}
-void *operator new(std::size_t size, const std::nothrow_t &) noexcept {
-    try {
-        return allocate(size, 0, true);
-    } catch (...) {
-        return nullptr;
-    }
-}
-void *operator new[](std::size_t size, const std::nothrow_t &) noexcept {
-    try {
-        return allocate(size, 0, true);
-    } catch (...) {
-        return nullptr;
-    }
-}
-void *operator new(std::size_t size, std::align_val_t align) {
-    return allocate(size, static_cast<std::size_t>(align), false);
-}
-void *operator new[](std::size_t size, std::align_val_t align) {
-    return allocate(size, static_cast<std::size_t>(align), false);
-}
-void operator delete(void *p) noexcept {
-    release(p);
-}
-void operator delete[](void *p) noexcept {
-    release(p);
-}
-void operator delete(void *p, std::size_t) noexcept {
-    release(p);
-}
-void operator delete[](void *p, std::size_t) noexcept {
-    release(p);
-}
-void operator delete(void *p, std::align_val_t) noexcept {
-    release(p);
-}
-void operator delete[](void *p, std::align_val_t) noexcept {
-    release(p);
-}
-void operator delete(void *p, std::size_t, std::align_val_t) noexcept {
-    release(p);
-}
-void operator delete[](void *p, std::size_t, std::align_val_t) noexcept {
-    release(p);
-}
+VEXOR_REPLACE_NEW_AND_DELETE()
+VEXOR_REPLACE_NEW_AND_DELETE([])

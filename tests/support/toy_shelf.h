@@ -77,6 +77,27 @@ struct Shelf {
     }
 };
 
+// A shelf that hears its own notes on a port of its own. The list keeps its capacity, so hearing
+// a note never allocates inside an edit under test.
+struct HeardShelf : Shelf {
+    std::vector<std::uint32_t> heard;
+    HeardShelf() {
+        heard.reserve(64);
+        port = PortCreate(nullptr);
+        PortAttach(port, listen, &heard, nullptr);
+    }
+    ~HeardShelf() { PortDestroy(std::exchange(port, nullptr)); }
+    static void listen(void *client, void *, std::uint32_t code, void *) {
+        static_cast<std::vector<std::uint32_t> *>(client)->push_back(code);
+    }
+    // The codes heard since the last call.
+    std::vector<std::uint32_t> take() {
+        std::vector<std::uint32_t> codes = heard;
+        heard.clear();
+        return codes;
+    }
+};
+
 // Swaps one stored value (form A, flag 1).
 struct ShelfSetValue {
     Shelf *shelf;
