@@ -68,7 +68,12 @@ struct ValueRecord {
     std::uint64_t epoch = 0;       // the cache's epoch when stored
     Envelope *envelope = nullptr;  // the envelope the value came from, without modifiers
 
-    void invalidate() noexcept { flags.fetch_and(static_cast<std::uint8_t>(~kValid)); }
+    // A plain load and store, as storing a value does: a locked exchange would cost more
+    // than the rest of dropping a cache's values.
+    void invalidate() noexcept {
+        const std::uint8_t was = flags.load(std::memory_order_relaxed);
+        flags.store(static_cast<std::uint8_t>(was & ~kValid), std::memory_order_release);
+    }
 };
 
 // What a computation produces for a node before it is stored.
