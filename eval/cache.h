@@ -75,7 +75,12 @@ struct ValueRecord {
     CineModNode *sole_writer = nullptr;
     std::uint64_t writers_generation = 0;
 
-    void invalidate() noexcept { flags.fetch_and(static_cast<std::uint8_t>(~kValid)); }
+    // A plain load and store, as storing a value does: a locked exchange would cost more
+    // than the rest of dropping a cache's values.
+    void invalidate() noexcept {
+        const std::uint8_t was = flags.load(std::memory_order_relaxed);
+        flags.store(static_cast<std::uint8_t>(was & ~kValid), std::memory_order_release);
+    }
 };
 
 // What a computation produces for a node before it is stored.
