@@ -33,11 +33,13 @@ struct Gather {
     float half_scale;
     float cosine, factor;
     double margin_low, margin_high, quarter_scale;
-    double next_edge;  // the edge of the first depth not yet worked out
+    float quarter_scale_f;  // 0.25 x scale
+    double next_edge;       // the edge of the first depth not yet worked out
     // Cell edges and margins by depth, the first `depths` of them worked out.
     int depths;
     float edge_at[kMaxDepth + 1], margin_at[kMaxDepth + 1];
     IrrCacheQuery *out;
+    F qx, qy, qz, half_scales, lows, highs;  // q, half_scale, low and high in every lane
 };
 
 // Four floats from `at` on.
@@ -57,17 +59,11 @@ unsigned lanes_set(M c) noexcept {
 #endif
 }
 
-// The values of one block that pass the distance, normal and plane tests, four at once; then
-// each one's weight. Most blocks a gather reaches hold no value near enough, so the distance
-// test comes first and settles them alone.
-void scan(const Block &b, Gather &g) noexcept {
-    const F dx = g.q[0] - load(b.px), dy = g.q[1] - load(b.py), dz = g.q[2] - load(b.pz);
+// The weights of the values of a block within their acceptance radii (`near`, with the offsets
+// d, squared distances d2 and radii `accept`) that pass the normal and plane tests.
+[[gnu::noinline]] void weigh(const Block &b, unsigned near, F dx, F dy, F dz, F d2, F accept,
+                             Gather &g) noexcept {
     const F r = load(b.radius);
-    const F accept = lanes::min_of(lanes::max_of(r * g.half_scale, lanes::splat<F>(g.low)),
-                                   lanes::splat<F>(g.high));
-    const F d2 = dx * dx + dy * dy + dz * dz;
-    const unsigned near = lanes_set(d2 < accept * accept) & ((1u << b.used) - 1u);
-    if (near == 0) return;
     const F nx = load(b.nx), ny = load(b.ny), nz = load(b.nz);
     const F dot = g.n[0] * nx + g.n[1] * ny + g.n[2] * nz;
     F plane = dx * nx + dy * ny + dz * nz;
@@ -106,6 +102,16 @@ void scan(const Block &b, Gather &g) noexcept {
     }
 }
 
+// The values of one block, four at once. Most blocks a gather reaches hold no value near
+// enough, so the distance test comes first and settles them alone.
+inline void scan(const Block &b, Gather &g) noexcept {
+    const F dx = g.qx - load(b.px), dy = g.qy - load(b.py), dz = g.qz - load(b.pz);
+    const F accept = lanes::min_of(lanes::max_of(load(b.radius) * g.half_scales, g.lows), g.highs);
+    const F d2 = dx * dx + dy * dy + dz * dz;
+    const unsigned near = lanes_set(d2 < accept * accept);  // never a slot not in use
+    if (near != 0) weigh(b, near, dx, dy, dz, d2, accept, g);
+}
+
 // The edge and margin of cells at `depth`, worked out the first time a gather goes that deep:
 // the margin is max(min distance x s, min(max distance x s, edge x 0.25 x scale)).
 void reach_depth(Gather &g, int depth) noexcept {
@@ -116,6 +122,12 @@ void reach_depth(Gather &g, int depth) noexcept {
         g.margin_at[g.depths] = static_cast<float>(
             std::max(g.margin_low, std::min(g.margin_high, e * g.quarter_scale)));
     }
+}
+
+// The margin of cells of edge `edge` as reach_depth works it out, in floats: the product is
+// exact, edges being powers of two.
+inline float margin(const Gather &g, float edge) noexcept {
+    return std::max(g.low, std::min(g.high, edge * g.quarter_scale_f));
 }
 
 // The children chosen by which of their grown boxes hold the point along each axis: entry
@@ -196,19 +208,18 @@ void descend(const Node &top, const double top_corner[3], Gather &g) noexcept {
     }
 }
 
-// The same descent over the packed copy: its nodes in the order the descent meets them, a node
-// that fails its tests skipped with its whole subtree.
-void walk(const Index &index, Gather &g) noexcept {
-    const std::vector<PackedNode> &nodes = index.nodes[g.list];
+// The same descent over the packed nodes [begin, end) of list g.list, in the order the descent
+// meets them: a node that fails its tests is skipped with its whole subtree.
+void walk_range(const Index &index, std::uint32_t begin, std::uint32_t end, Gather &g) noexcept {
+    const PackedNode *nodes = index.nodes[g.list].data();
     const Block *blocks = index.blocks.data();
     const F q = {g.q[0], g.q[1], g.q[2], 0.0f};
-    const std::size_t count = nodes.size();
-    for (std::size_t i = 0; i < count;) {
+    for (std::uint32_t i = begin; i < end;) {
         const PackedNode &node = nodes[i];
-        if (node.depth >= g.depths) reach_depth(g, node.depth);
-        const F low = load(node.low), high = load(node.high), offset = q - load(node.corner);
+        const F low = load(node.low), high = load(node.high), corner = load(node.corner);
+        const F offset = q - corner;
         const float reach = std::min(std::max(low[3] * g.half_scale, g.low), g.high);
-        const float m = g.margin_at[node.depth], grown = g.edge_at[node.depth] + m;
+        const float m = margin(g, corner[3]), grown = corner[3] + m;
         const unsigned out =
             lanes_set((q < low - reach) | (q > high + reach) | (offset < -m) | (offset > grown)) &
             7u;
@@ -218,6 +229,56 @@ void walk(const Index &index, Gather &g) noexcept {
         }
         for (std::uint32_t b = 0; b < node.count; ++b) scan(blocks[node.first + b], g);
         ++i;
+    }
+}
+
+// The cells of the entry's level whose grown boxes may hold the point, as ranges along each
+// axis: their number, or -1 when there are more than 27 and the walk starts from the top node.
+int entry_cells(const Entry &entry, Gather &g, std::uint64_t lo[3], std::uint64_t hi[3]) {
+    // The margin in cells, with some slack: the walk tests each node found exactly.
+    const double reach = static_cast<double>(margin(g, entry.edge)) * entry.inverse + 1e-6;
+    std::uint64_t cells = 1;
+    for (int axis = 0; axis < 3; ++axis) {
+        const double x = (static_cast<double>(g.q[axis]) - entry.corner[axis]) * entry.inverse;
+        const double low = x - 1.0 - reach, high = x + reach;
+        if (!(high >= 0.0 && low <= entry.last)) return 0;  // also for a point not a number
+        lo[axis] = 0;
+        if (low > 0.0) {  // rounded up
+            lo[axis] = static_cast<std::uint64_t>(low);
+            lo[axis] += static_cast<double>(lo[axis]) < low ? 1 : 0;
+        }
+        hi[axis] = static_cast<std::uint64_t>(std::min(high, entry.last));
+        cells *= hi[axis] - lo[axis] + 1;
+        if (cells > 27) return -1;
+    }
+    return static_cast<int>(cells);
+}
+
+void walk(const Index &index, Gather &g) noexcept {
+    const std::vector<PackedNode> &nodes = index.nodes[g.list];
+    for (const Entry &entry : index.entries[g.list]) {
+        std::uint64_t lo[3] = {}, hi[3] = {};
+        const int cells = entry.depth < 0 ? -1 : entry_cells(entry, g, lo, hi);
+        if (cells < 0) {
+            walk_range(index, entry.begin, entry.end, g);
+            continue;
+        }
+        const std::size_t mask = entry.keys.size() - 1;
+        const auto visit = [&](std::uint64_t key) {
+            for (std::size_t slot = cell_slot(key, mask); entry.keys[slot] != 0;
+                 slot = (slot + 1) & mask) {
+                if (entry.keys[slot] != key + 1) continue;
+                const std::uint32_t node = entry.nodes[slot];
+                walk_range(index, node, nodes[node].end, g);
+                return;
+            }
+        };
+        if (cells == 0) continue;
+        for (std::uint64_t z = lo[2]; z <= hi[2]; ++z) {
+            for (std::uint64_t y = lo[1]; y <= hi[1]; ++y) {
+                for (std::uint64_t x = lo[0]; x <= hi[0]; ++x) visit(cell_key(x, y, z));
+            }
+        }
     }
 }
 
@@ -241,10 +302,13 @@ unsigned gather(const IrrCache &cache, IrrCacheQuery &query) noexcept {
     g.margin_low = static_cast<double>(g.low);
     g.margin_high = static_cast<double>(g.high);
     g.quarter_scale = 0.25 * static_cast<double>(p.scale);
+    g.quarter_scale_f = 0.25f * p.scale;
     g.next_edge = cache.edge;
-    g.depths = 0;
-    reach_depth(g, 0);
+    g.depths = 0;  // the fallback descent works the tables out as it goes
     g.out = &query;
+    g.qx = lanes::splat<F>(g.q[0]), g.qy = lanes::splat<F>(g.q[1]), g.qz = lanes::splat<F>(g.q[2]);
+    g.half_scales = lanes::splat<F>(g.half_scale);
+    g.lows = lanes::splat<F>(g.low), g.highs = lanes::splat<F>(g.high);
     std::fill(query.irradiance, query.irradiance + 3, 0.0f);
     std::fill(query.irradiance2, query.irradiance2 + 3, 0.0f);
     query.weight = query.weight2 = 0.0f;
@@ -253,6 +317,7 @@ unsigned gather(const IrrCache &cache, IrrCacheQuery &query) noexcept {
         walk(*index, g);
         return query.count;
     }
+    reach_depth(g, 0);
     for (int i = 0; i < 8; ++i) {
         if (cache.top[i] == nullptr) continue;
         double corner[3];

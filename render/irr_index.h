@@ -12,8 +12,8 @@
 
 namespace vx::irr {
 
-// Lanes 0 to 2 hold x, y, z; low[3] holds the largest radius below the node, the other fourth
-// lanes 0.
+// Lanes 0 to 2 hold x, y, z; low[3] holds the largest radius below the node, corner[3] the edge
+// of its cell, high[3] 0.
 struct PackedNode {
     float low[4];  // the node's bound, as in Bound
     float high[4];
@@ -24,9 +24,39 @@ struct PackedNode {
     std::int32_t depth;   // 0 for a top node
 };
 
+// Where a walk of one top node's subtree may start: the levels above the first that holds
+// values hold nothing but the way down, and a node's box grown by its margin lies inside its
+// parent's grown box (margins grow with the cell), its bound inside its parent's bound, so a
+// walk that starts at the nodes of the first level holding values meets the same values as one
+// from the top. Those nodes are found by their cell (x, y, z counted from the top cell's corner
+// in cells of that level) in a table with open addressing.
+struct Entry {
+    std::uint32_t begin = 0, end = 0;  // the top node's subtree among the packed nodes
+    int depth = -1;                    // the first level holding values; -1: walk from the top
+    double corner[3] = {0, 0, 0};      // of the top cell
+    double inverse = 0;                // 1 / the edge of cells at `depth` (a power of two)
+    float edge = 0;                    // the edge of cells at `depth`
+    double last = 0;                   // the last cell index along an axis, 2^depth - 1
+    std::vector<std::uint64_t> keys;   // cell key + 1, 0 for a free slot
+    std::vector<std::uint32_t> nodes;  // the packed node of each key
+};
+
+// Cell indices of levels down to this one fit a key of three 21-bit fields.
+inline constexpr int kDeepestEntry = 20;
+
+inline std::uint64_t cell_key(std::uint64_t x, std::uint64_t y, std::uint64_t z) noexcept {
+    return x | y << 21 | z << 42;
+}
+
+// The slot of a key in a table of 2^k slots (mask 2^k - 1), probed onward from there.
+inline std::size_t cell_slot(std::uint64_t key, std::size_t mask) noexcept {
+    return static_cast<std::size_t>((key * 0x9E3779B97F4A7C15ull) >> 32) & mask;
+}
+
 struct Index {
     std::vector<PackedNode> nodes[2];  // first list, second list
     std::vector<Block> blocks;
+    std::vector<Entry> entries[2];  // the top nodes holding values of each list, in order
 };
 
 // The packed copy of `cache` as it is now (raises std::bad_alloc).

@@ -4,36 +4,15 @@
 #include <memory>
 #include <random>
 
-#include <vexor/block.h>
-#include <vexor/scene_io.h>
 #include <vexor/undo.h>
 
 #include "clip_fixture.h"
-#include "foundation/log.h"
-#include "support/atomicity.h"
+#include "scene_bytes.h"
+#include "support/edit_table.h"
 #include "support/undo_property.h"
 
 namespace vx::test {
 namespace {
-
-using Bytes = std::vector<unsigned char>;
-
-Bytes saved(Cinema *scene) {
-    BlkWriter *writer = BlkWriterOpenMemory();
-    EXPECT_EQ(CinemaSaveAccess(scene, writer), 1);
-    std::size_t size = 0;
-    const auto *data = static_cast<const unsigned char *>(BlkWriterMemoryData(writer, &size));
-    Bytes bytes(data, data + size);
-    BlkWriterClose(writer);
-    return bytes;
-}
-
-Cinema *loaded(const Bytes &bytes) {
-    BlkReader *reader = BlkReaderOpenMemory(bytes.data(), bytes.size());
-    Cinema *scene = CinemaLoadAccess(reader, 0);
-    BlkReaderClose(reader);
-    return scene;
-}
 
 // The members of a group, item members then channel members, and its kind.
 std::string group_text(CineItem *group) {
@@ -60,8 +39,8 @@ std::string group_text(CineItem *group) {
 struct Stage {
     Cinema *scene;
     CineItem *group, *walk, *jump, *pose, *arm, *leg;
-    Stage(std::uint32_t body, bool recorded = false) {
-        if (!recorded) UndoSysSuspend();
+    explicit Stage(std::uint32_t body = CineLookupType("tstBody")) {
+        UndoSysSuspend();
         scene = CinemaCreate(0);
         group = make_named(scene, GROUP_TYPE_CODE, "Actor");
         walk = make_named(scene, ACTIONCLIP_TYPE_CODE, "walk");
@@ -79,7 +58,7 @@ struct Stage {
         CineActionSetValue(ActionClipAction(jump), arm, 0, 5.0, 1.0);
         ActionClipSetActive(walk, group, 1);
         ActionClipSetEnabled(pose, 0);
-        if (!recorded) UndoSysResume();
+        UndoSysResume();
         UndoSysClear();
     }
     ~Stage() {
@@ -135,25 +114,9 @@ TEST_F(ClipFiles, AClipWhoseActionIsMissingHasNone) {
     CinemaDestroy(again);
 }
 
-class StageTarget : public AtomicityTarget {
-  public:
-    StageTarget(std::function<bool(Stage &)> edit, std::uint32_t body)
-        : edit_(std::move(edit)), stage_(body) {}
-    std::string snapshot() override {
-        return stage_.snapshot() + " steps " + std::to_string(UndoSysUndoCount());
-    }
-    bool edit() override { return edit_(stage_); }
-
-  private:
-    std::function<bool(Stage &)> edit_;
-    Stage stage_;
-};
-
 TEST_F(ClipFiles, ClipEditsAreAtomic) {
-    const struct {
-        const char *name;
-        std::function<bool(Stage &)> edit;
-    } edits[] = {
+    quiet_log();
+    check_edits_atomic<Stage>({
         {"create",
          [](Stage &s) { return CineItemCreate(s.scene, ACTIONCLIP_TYPE_CODE) != nullptr; }},
         {"create pose",
@@ -169,15 +132,7 @@ TEST_F(ClipFiles, ClipEditsAreAtomic) {
         {"kind", [](Stage &s) { return ActionClipSetType(s.walk, ACTIONCLIP_KIND_POSE) == 1; }},
         {"parenting", [](Stage &s) { return ActionClipSetParenting(s.jump, 1) == 1; }},
         {"delete active clip", [](Stage &s) { return CineItemDelete(s.walk) == 1; }},
-    };
-    // Captured log lines would count as memory the edits keep.
-    vx::log::set_sink([](void *, int, const char *, const char *) {}, nullptr);
-    for (const auto &edit : edits) {
-        const auto report = check_atomicity(edit.name, [&]() -> std::unique_ptr<AtomicityTarget> {
-            return std::make_unique<StageTarget>(edit.edit, body);
-        });
-        EXPECT_GT(report.tried, 0u) << edit.name;
-    }
+    });
 }
 
 class RandomClips : public UndoTarget {

@@ -11,7 +11,7 @@
 #include <vexor/undo.h>
 
 #include "action_fixture.h"
-#include "support/atomicity.h"
+#include "support/edit_table.h"
 #include "support/undo_property.h"
 
 namespace vx::test {
@@ -60,11 +60,12 @@ struct Layers {
     Layers(const Layers &) = delete;
     Layers &operator=(const Layers &) = delete;
 
-    std::string snapshot() const {
-        return actions_snapshot(scene, {a, b}) + " steps " + std::to_string(UndoSysUndoCount()) +
-               "/" + std::to_string(UndoSysRedoCount());
-    }
+    std::string snapshot() const { return actions_snapshot(scene, {a, b}); }
+    std::size_t events() const { return heard.size(); }
     std::string fresh_name() { return "layer" + std::to_string(++made); }
+
+    std::vector<ActionEvent> heard;
+    ActionEventLog log{heard};
 };
 
 // Hands an envelope with keys to an entry; the caller's envelope is destroyed when refused.
@@ -79,120 +80,57 @@ bool give_curve(CineAction *action, CineItem *item, unsigned channel, double shi
     return false;
 }
 
-using LayerEdit = std::function<bool(Layers &)>;
-
-struct NamedEdit {
-    const char *name;
-    LayerEdit edit;
-};
-
 const double kShift[16] = {1, 0, 0, 2, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 int g_object = 0;
 
-std::vector<NamedEdit> all_edits() {
+// One row of the table of edits: a name and an expression over the layers `s`, true on success.
+#define EDIT(name, expr)                     \
+    {                                        \
+        name, [](Layers &s) { return expr; } \
+    }
+
+std::vector<NamedEdit<Layers>> all_edits() {
     return {
-        {"constant", [](Layers &s) { return CineActionSetConstant(s.edit, s.b, kY, 5) == 1; }},
-        {"constant over an envelope",
-         [](Layers &s) { return CineActionSetConstant(s.scene_action, s.a, kX, 5) == 1; }},
-        {"revive removed",
-         [](Layers &s) {
-             return CineActionSetConstantText(
-                        s.edit, s.a, kLabel, "a label long enough to need a block of its own") == 1;
-         }},
-        {"integer",
-         [](Layers &s) { return CineActionSetConstantInt(s.edit, s.b, kCount, 3) == 1; }},
-        {"matrix",
-         [](Layers &s) { return CineActionSetConstantMatrix(s.edit, s.b, kMatrix, kShift) == 1; }},
-        {"object",
-         [](Layers &s) {
-             return CineActionSetConstantObject(s.edit, s.b, kObject, &g_object) == 1;
-         }},
-        {"envelope", [](Layers &s) { return give_curve(s.edit, s.a, kX, 0.5); }},
-        {"envelope replacing one", [](Layers &s) { return give_curve(s.edit, s.b, kX, 0.5); }},
-        {"new empty envelope",
-         [](Layers &s) {
-             return CineActionSetState(s.setup, s.b, kY, CINE_STATE_ENVELOPE, nullptr) == 1;
-         }},
-        {"mark removed",
-         [](Layers &s) {
-             return CineActionSetState(s.edit, s.a, kY, CINE_STATE_REMOVED, nullptr) == 1;
-         }},
-        {"clear",
-         [](Layers &s) { return CineActionSetState(s.setup, s.a, kX, CINE_STATE_NONE, nullptr); }},
-        {"key a held envelope",
-         [](Layers &s) { return CineActionSetValue(s.scene_action, s.a, kX, 4, 7.0) == 1; }},
-        {"merge a constant",
-         [](Layers &s) { return CineActionMergeChannel(s.edit, nullptr, s.a, kY) == 1; }},
-        {"merge an envelope",
-         [](Layers &s) { return CineActionMergeChannel(s.edit, nullptr, s.b, kX) == 1; }},
-        {"copy an envelope",
-         [](Layers &s) {
-             return CineActionCopyChannel(s.edit, s.b, kY, s.scene_action, s.a, kX, 0) == 1;
-         }},
-        {"copy a constant to an integer",
-         [](Layers &s) {
-             return CineActionCopyChannel(s.spare, s.b, kCount, s.setup, s.a, kX, 0) == 1;
-         }},
-        {"copy action", [](Layers &s) { return CineActionCopy(s.edit, "edit copy") != nullptr; }},
-        {"create action",
-         [](Layers &s) { return CineActionCreate(s.scene, "layer", 4, s.spare) != nullptr; }},
-        {"destroy action", [](Layers &s) { return CineActionDestroy(s.spare) == 1; }},
-        {"purge item", [](Layers &s) { return CineActionPurgeItem(s.a) == 1; }},
-        {"apply item",
-         [](Layers &s) { return CineActionApplyItem(s.spare, s.edit, s.b, s.a, 0) == 1; }},
-        {"type", [](Layers &s) { return CineActionSetType(s.spare, 1) == 1; }},
-        {"enable", [](Layers &s) { return CineActionSetEnable(s.scene_action, 0) == 1; }},
-        {"add parent", [](Layers &s) { return CineActionAddParent(s.edit, s.spare, 0) == 1; }},
-        {"remove parent",
-         [](Layers &s) { return CineActionRemoveParent(s.scene_action, s.setup) == 1; }},
-        {"remove a package",
-         [](Layers &s) { return CineItemRemPackage(s.a, CinePackageFind("extra")) == 1; }},
+        EDIT("constant", CineActionSetConstant(s.edit, s.b, kY, 5) == 1),
+        EDIT("constant over an envelope", CineActionSetConstant(s.scene_action, s.a, kX, 5) == 1),
+        EDIT("revive removed",
+             CineActionSetConstantText(s.edit, s.a, kLabel,
+                                       "a label long enough to need a block of its own") == 1),
+        EDIT("integer", CineActionSetConstantInt(s.edit, s.b, kCount, 3) == 1),
+        EDIT("matrix", CineActionSetConstantMatrix(s.edit, s.b, kMatrix, kShift) == 1),
+        EDIT("object", CineActionSetConstantObject(s.edit, s.b, kObject, &g_object) == 1),
+        EDIT("envelope", give_curve(s.edit, s.a, kX, 0.5)),
+        EDIT("envelope replacing one", give_curve(s.edit, s.b, kX, 0.5)),
+        EDIT("new empty envelope",
+             CineActionSetState(s.setup, s.b, kY, CINE_STATE_ENVELOPE, nullptr) == 1),
+        EDIT("mark removed", CineActionSetState(s.edit, s.a, kY, CINE_STATE_REMOVED, nullptr) == 1),
+        EDIT("clear", CineActionSetState(s.setup, s.a, kX, CINE_STATE_NONE, nullptr)),
+        EDIT("key a held envelope", CineActionSetValue(s.scene_action, s.a, kX, 4, 7.0) == 1),
+        EDIT("merge a constant", CineActionMergeChannel(s.edit, nullptr, s.a, kY) == 1),
+        EDIT("merge an envelope", CineActionMergeChannel(s.edit, nullptr, s.b, kX) == 1),
+        EDIT("copy an envelope",
+             CineActionCopyChannel(s.edit, s.b, kY, s.scene_action, s.a, kX, 0) == 1),
+        EDIT("copy a constant to an integer",
+             CineActionCopyChannel(s.spare, s.b, kCount, s.setup, s.a, kX, 0) == 1),
+        EDIT("copy action", CineActionCopy(s.edit, "edit copy") != nullptr),
+        EDIT("create action", CineActionCreate(s.scene, "layer", 4, s.spare) != nullptr),
+        EDIT("destroy action", CineActionDestroy(s.spare) == 1),
+        EDIT("purge item", CineActionPurgeItem(s.a) == 1),
+        EDIT("apply item", CineActionApplyItem(s.spare, s.edit, s.b, s.a, 0) == 1),
+        EDIT("type", CineActionSetType(s.spare, 1) == 1),
+        EDIT("enable", CineActionSetEnable(s.scene_action, 0) == 1),
+        EDIT("add parent", CineActionAddParent(s.edit, s.spare, 0) == 1),
+        EDIT("remove parent", CineActionRemoveParent(s.scene_action, s.setup) == 1),
+        EDIT("remove a package", CineItemRemPackage(s.a, CinePackageFind("extra")) == 1),
     };
 }
-
-class LayerTarget : public AtomicityTarget {
-  public:
-    explicit LayerTarget(LayerEdit edit) : edit_(std::move(edit)) {}
-    std::string snapshot() override { return layers_.snapshot(); }
-    bool edit() override { return edit_(layers_); }
-    std::size_t events() override { return events_.size(); }
-    Layers &layers() { return layers_; }
-
-  private:
-    Layers layers_;
-    LayerEdit edit_;
-    std::vector<ActionEvent> events_;
-    ActionEventLog log_{events_};
-};
+#undef EDIT
 
 using ActionEdits = ActionTest;
 
 // Each edit recorded, its undo and redo, and the edit again with recording off.
 TEST_F(ActionEdits, EveryEditIsAtomicAndSoAreItsUndoAndRedo) {
-    for (const NamedEdit &named : all_edits()) {
-        const NamedEdit edit = named;
-        const AtomicityReport report =
-            check_atomicity(edit.name, [=] { return std::make_unique<LayerTarget>(edit.edit); });
-        EXPECT_GT(report.tried, 0u) << edit.name;
-        EXPECT_EQ(report.held + report.survived, report.tried) << edit.name;
-        for (const bool redo : {false, true}) {
-            check_atomicity((redo ? "redo " : "undo ") + std::string(edit.name),
-                            [=]() -> std::unique_ptr<AtomicityTarget> {
-                                auto target = std::make_unique<LayerTarget>([redo](Layers &) {
-                                    return redo ? UndoSysRedo() : UndoSysUndo();
-                                });
-                                EXPECT_TRUE(edit.edit(target->layers())) << edit.name;
-                                if (redo) UndoSysUndo();
-                                return target;
-                            });
-        }
-        UndoSysEnable(0);
-        const AtomicityReport unrecorded =
-            check_atomicity(std::string("unrecorded ") + edit.name,
-                            [=] { return std::make_unique<LayerTarget>(edit.edit); });
-        UndoSysEnable(1);
-        EXPECT_EQ(unrecorded.held + unrecorded.survived, unrecorded.tried) << edit.name;
-    }
+    check_edits_atomic(all_edits(), kUndoRedo | kUnrecorded);
 }
 
 // Random edits of every kind on every action of the scene, among them edits of the envelopes
@@ -218,71 +156,68 @@ class LayerUndoTarget : public UndoTarget {
         const double v = pick(50);
         const std::string where = std::string(CineActionName(action)) + " " +
                                   (item == s.a ? "a" : "b") + std::to_string(channel);
-        switch (pick(14)) {
-            case 0:
-                CineActionSetConstant(action, item, channel, v);
-                return "constant " + where;
-            case 1:
-                CineActionSetValue(action, item, channel, v, pick(4));
-                return "value " + where;
-            case 2:
-                give_curve(action, item, channel, pick(3));
-                return "envelope " + where;
-            case 3:
-                CineActionSetState(action, item, channel, static_cast<int>(pick(2)), nullptr);
-                return "state " + where;
-            case 4:
+        // Each step makes one edit and names it.
+        const std::function<const char *()> steps[] = {
+            [&] { return CineActionSetConstant(action, item, channel, v), "constant"; },
+            [&] { return CineActionSetValue(action, item, channel, v, pick(4)), "value"; },
+            [&] { return give_curve(action, item, channel, pick(3)), "envelope"; },
+            [&] {
+                return CineActionSetState(action, item, channel, int(pick(2)), nullptr), "state";
+            },
+            [&] {
                 if (Envelope *env = CineActionEnv(action, item, channel)) {
                     EnvAddKey(env, pick(5) * 0.5, v);
                 }
-                return "key held envelope " + where;
-            case 5:
-                if (Envelope *env = CineActionEnv(action, item, channel)) {
-                    EnvKeyList *keys = EnvGetKeyList(env);
-                    if (keys->head->succ != nullptr) EnvDelKey(env, keys->head);
+                return "key held envelope";
+            },
+            [&] {
+                Envelope *env = CineActionEnv(action, item, channel);
+                if (env != nullptr && EnvGetKeyList(env)->head->succ != nullptr) {
+                    EnvDelKey(env, EnvGetKeyList(env)->head);
                 }
-                return "delete held key " + where;
-            case 6:
+                return "delete held key";
+            },
+            [&] {
                 CineActionMergeChannel(action, pick(2) == 0 ? nullptr : other, item, channel);
-                return "merge " + where;
-            case 7:
+                return "merge";
+            },
+            [&] {
                 CineActionCopyChannel(other, item == s.a ? s.b : s.a, pick(3), action, item,
                                       channel, pick(2));
-                return "copy channel " + where;
-            case 8:
+                return "copy channel";
+            },
+            [&] {
                 if (pick(2) == 0) {
                     CineActionCopy(action, s.fresh_name().c_str());
                 } else {
                     CineActionCreate(s.scene, s.fresh_name().c_str(), pick(3), other);
                 }
-                return "make action from " + where;
-            case 9:
-                CineActionDestroy(action);
-                return "destroy " + where;
-            case 10:
-                CineActionSetType(action, pick(3));
-                return "type " + where;
-            case 11:
+                return "make action from";
+            },
+            [&] { return CineActionDestroy(action), "destroy"; },
+            [&] { return CineActionSetType(action, pick(3)), "type"; },
+            [&] {
                 if (pick(2) == 0) {
                     CineActionAddParent(action, other, static_cast<int>(pick(3)) - 1);
                 } else {
                     CineActionRemoveParent(action, other);
                 }
-                return "parents " + where;
-            case 12:
-                if (pick(2) == 0) {
-                    CineActionPurgeChannel(item, channel);
-                    return "purge " + where;
-                }
+                return "parents";
+            },
+            [&] {
+                if (pick(2) == 0) return CineActionPurgeChannel(item, channel), "purge";
                 // Taking the middle package away moves the values of the last one down.
                 if (CineItemRemPackage(s.a, CinePackageFind("extra")) == 0) {
                     CineItemAddPackage(s.a, CinePackageFind("extra"));
                 }
                 return "toggle package";
-            default:
+            },
+            [&] {
                 CineActionApplyItem(other, action, item == s.a ? s.b : s.a, item, pick(2));
-                return "apply item " + where;
-        }
+                return "apply item";
+            },
+        };
+        return steps[pick(14)]() + (" " + where);
     }
 
   private:

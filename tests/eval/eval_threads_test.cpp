@@ -106,7 +106,7 @@ TEST_F(Threads, PrivateEvaluatorsReadOnWorkersWhileTheMainThreadEvaluates) {
 TEST(MainThread, IsTheThreadThatStartedTheSceneModuleNotTheFirstToEvaluate) {
     std::thread host([] {
         CinemaStartup();
-        VxLogSetSink([](void *, int, const char *, const char *) {}, nullptr);
+        quiet_log();
         Cinema *scene = CinemaCreate(0);
         CinemaBatchBegin(scene);
         EXPECT_NE(CineItemCreate(scene, CineLookupType(eval::kLinearBlend)), nullptr);
@@ -123,7 +123,7 @@ TEST(MainThread, IsTheThreadThatStartedTheSceneModuleNotTheFirstToEvaluate) {
         EXPECT_TRUE(scene->in_flux);
         evaluate();
         EXPECT_FALSE(scene->in_flux);
-        VxLogSetSink(nullptr, nullptr);
+        release_log();
         CinemaDestroy(scene);
         CinemaShutdown();
     });

@@ -18,36 +18,15 @@
 
 #include "action_fixture.h"
 #include "scene/scene.h"
+#include "scene_bytes.h"
 #include "support/alloc_injection.h"
 #include "support/atomicity.h"
 
 namespace vx::test {
 namespace {
 
-using Bytes = std::vector<unsigned char>;
-
 constexpr std::uint32_t kNoteTag = 0x4E4F5445;  // "NOTE"
 constexpr std::uint32_t kFlagTag = 0x464C4147;  // "FLAG"
-
-void quiet_sink(void *, int, const char *, const char *) {}
-
-Bytes saved(Cinema *scene) {
-    BlkWriter *writer = BlkWriterOpenMemory();
-    EXPECT_EQ(CinemaSaveAccess(scene, writer), 1);
-    std::size_t size = 0;
-    const auto *data = static_cast<const unsigned char *>(BlkWriterMemoryData(writer, &size));
-    Bytes bytes(data, data + size);
-    EXPECT_EQ(BlkWriterClose(writer), 1);
-    return bytes;
-}
-
-Cinema *loaded(const Bytes &bytes, unsigned int options = 0) {
-    BlkReader *reader = BlkReaderOpenMemory(bytes.data(), bytes.size());
-    if (reader == nullptr) return nullptr;
-    Cinema *scene = CinemaLoadAccess(reader, options);
-    BlkReaderClose(reader);
-    return scene;
-}
 
 std::vector<CineItem *> items_of(Cinema *scene) {
     std::vector<CineItem *> items;
@@ -302,7 +281,7 @@ TEST_F(SceneFileTest, AFileNeedingAMissingPackageLosesItOrFailsInStrictMode) {
 TEST_F(SceneFileTest, TruncatedAndDamagedFilesFailCleanly) {
     build_full_scene();
     const Bytes bytes = saved(scene);
-    VxLogSetSink(quiet_sink, nullptr);
+    quiet_log();
     const unsigned count = CinemaCount();
     CinemaDestroy(loaded(bytes));  // warms up what loads keep for good
     const AllocCounts before = alloc_counts();
@@ -357,7 +336,7 @@ class LoadTarget : public AtomicityTarget {
 TEST_F(SceneFileTest, ALoadThatRunsOutOfMemoryLeavesNothingBehind) {
     build_full_scene();
     const Bytes bytes = saved(scene);
-    VxLogSetSink(quiet_sink, nullptr);
+    quiet_log();
     const AtomicityReport report =
         check_atomicity("CinemaLoadAccess", [&] { return std::make_unique<LoadTarget>(bytes); });
     EXPECT_GT(report.held, 50u);

@@ -12,24 +12,23 @@
 
 #include "fuzz/scene_load_check.h"
 #include "support/fuzz_corpus.h"
+#include "support/log_lines.h"
 
 namespace vx::test {
 namespace {
-
-void quiet_sink(void *, int, const char *, const char *) {}
 
 // The session the fuzz target loads in.
 class SceneLoadCorpus : public ::testing::Test {
   protected:
     void SetUp() override {
-        VxLogSetSink(quiet_sink, nullptr);
+        quiet_log();
         UndoSysStartup();
         fuzz::start_session();
     }
     void TearDown() override {
         fuzz::stop_session();
         UndoSysShutdown();
-        VxLogSetSink(nullptr, nullptr);
+        release_log();
     }
 };
 

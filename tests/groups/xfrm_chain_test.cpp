@@ -1,12 +1,12 @@
 // Transform types and chains: codes, channels and tags; adding, finding and moving members;
 // standard members with their pairs; legacy channel names; settings; atomic chain edits.
+#include <functional>
 #include <memory>
-
 #include <random>
 
-#include "support/atomicity.h"
+#include "group_fixture.h"
+#include "support/edit_table.h"
 #include "support/undo_property.h"
-#include "xfrm_fixture.h"
 
 namespace vx::test {
 namespace {
@@ -180,69 +180,48 @@ TEST_F(XfrmTest, SettingsClampTheRotationOrderAndNewRotationsTakeIt) {
 
 // A scene with a locator whose chain has a scale, a rotation and a translation; every edit
 // under test runs on a fresh one.
-class ChainTarget : public AtomicityTarget {
-  public:
-    explicit ChainTarget(int edit) : edit_(edit) {
+struct Chain {
+    Cinema *scene = nullptr;
+    CineItem *loc = nullptr;
+    Chain() {
         UndoSysSuspend();
-        scene_ = CinemaCreate(0);
-        loc_ = CineItemCreate(scene_, XFRM_TYPE_LOCATOR);
+        scene = CinemaCreate(0);
+        loc = CineItemCreate(scene, XFRM_TYPE_LOCATOR);
         for (int kind : {XFRM_KIND_SCALE, XFRM_KIND_ROTATION, XFRM_KIND_TRANSLATION})
-            XfrmGetStdTransform(loc_, kind, 1);
+            XfrmGetStdTransform(loc, kind, 1);
         UndoSysResume();
         // The scene's tables grow once for more items; growing them here keeps that out of
         // the edits under test.
-        XfrmAddStdTransform(loc_, XFRM_KIND_PIVOT);
-        XfrmAddTransformItem(loc_, XFRM_TYPE_ROTATION);
+        XfrmAddStdTransform(loc, XFRM_KIND_PIVOT);
+        XfrmAddTransformItem(loc, XFRM_TYPE_ROTATION);
         UndoSysUndo();
         UndoSysUndo();
         UndoSysClear();
     }
-    ~ChainTarget() override {
+    ~Chain() {
         UndoSysClear();
-        CinemaDestroy(scene_);
+        CinemaDestroy(scene);
     }
-    ChainTarget(const ChainTarget &) = delete;
-    ChainTarget &operator=(const ChainTarget &) = delete;
-    std::string snapshot() override {
-        std::string text = std::to_string(CinemaItemCount(scene_)) + " items;";
-        CineItem *members[16];
-        const unsigned n = XfrmGetTransformArray(loc_, members, 16);
-        for (unsigned i = 0; i < n; ++i) {
-            const char *tag = CineItemGetTag(members[i], XFRM_STD_TAG);
-            CineItem *pre[4];
-            text += " " + std::to_string(CineItemType(members[i])) + (tag ? tag : "-") + "<" +
-                    std::to_string(XfrmGetPreTransformArray(members[i], pre, 4));
-        }
-        return text + " steps " + std::to_string(UndoSysUndoCount());
+    Chain(const Chain &) = delete;
+    Chain &operator=(const Chain &) = delete;
+    std::string snapshot() const {
+        return std::to_string(CinemaItemCount(scene)) + " items;" + chain_text(loc, false);
     }
-    bool edit() override {
-        switch (edit_) {
-            case 0:
-                return XfrmAddTransformItem(loc_, XFRM_TYPE_ROTATION) != nullptr;
-            case 1:
-                return XfrmAddStdTransform(loc_, XFRM_KIND_PIVOT) != nullptr;
-            default:
-                return XfrmMoveRelative(XfrmGetFirstTransform(loc_), XfrmGetLastTransform(loc_),
-                                        1) == 1;
-        }
-    }
-
-  private:
-    Cinema *scene_ = nullptr;
-    int edit_;
-    CineItem *loc_ = nullptr;
 };
 
 TEST_F(XfrmTest, FailedChainEditsLeaveTheSceneAsItWas) {
-    VxLogSetSink(nullptr, nullptr);  // captured lines would count as memory left behind
-    const char *names[] = {"add transform", "add pivot pair", "move"};
-    for (int edit = 0; edit < 3; ++edit) {
-        const auto report = check_atomicity(names[edit], [&]() -> std::unique_ptr<AtomicityTarget> {
-            return std::make_unique<ChainTarget>(edit);
-        });
-        EXPECT_GT(report.tried, 0u) << names[edit];
-        EXPECT_EQ(report.held + report.survived, report.tried) << names[edit];
-    }
+    quiet_log();
+    check_edits_atomic<Chain>({
+        {"add transform",
+         [](Chain &c) { return XfrmAddTransformItem(c.loc, XFRM_TYPE_ROTATION) != nullptr; }},
+        {"add pivot pair",
+         [](Chain &c) { return XfrmAddStdTransform(c.loc, XFRM_KIND_PIVOT) != nullptr; }},
+        {"move",
+         [](Chain &c) {
+             return XfrmMoveRelative(XfrmGetFirstTransform(c.loc), XfrmGetLastTransform(c.loc),
+                                     1) == 1;
+         }},
+    });
 }
 
 // Random chain edits on two locators, one the parent of the other: members added, standard
@@ -268,15 +247,8 @@ class RandomChains : public UndoTarget {
         std::string text = std::to_string(CinemaItemCount(scene_)) + " items";
         for (CineItem *item : {a_, b_}) {
             CineItem *parent = CineItemParent(item);
-            text += std::string("; ") + (parent != nullptr ? CineItemIdent(parent) : "-") + ":";
-            CineItem *members[32];
-            const unsigned n = XfrmGetTransformArray(item, members, 32);
-            for (unsigned i = 0; i < n && i < 32; ++i) {
-                const char *tag = CineItemGetTag(members[i], XFRM_STD_TAG);
-                CineItem *pre[4];
-                text += std::string(" ") + CineItemIdent(members[i]) + (tag ? tag : "") + "<" +
-                        std::to_string(XfrmGetPreTransformArray(members[i], pre, 4));
-            }
+            text += std::string("; ") + (parent != nullptr ? CineItemIdent(parent) : "-") + ":" +
+                    chain_text(item, true);
         }
         return text;
     }

@@ -8,7 +8,7 @@
 #include <vexor/env_eval.h>
 #include <vexor/scene_io.h>
 
-#include "xfrm_fixture.h"
+#include "group_fixture.h"
 
 namespace vx::test {
 namespace {

@@ -15,18 +15,24 @@ namespace {
 
 struct PackedTest : ::testing::Test {
     void SetUp() override {
+        fill(6.0f);
+        IrrCacheSetPass(nullptr, 1, 0.1f, 10.0f, 1.5f);
+    }
+    // Values of both lists with radii from small to `largest` (a few), over several top cells;
+    // queries of both lists near them.
+    void fill(float largest) {
+        IrrCacheDestroy(cache);
         IrrCacheSetPass(nullptr, 0, 0.0f, 1000.0f, 1.0f);
         cache = IrrCacheCreate();
         const float zero[3] = {0, 0, 0};
         for (int i = 0; i < 3000; ++i) {
-            // Both lists, radii from small to a few large ones, spread over several top cells.
             const float p[3] = {next(-8, 8), next(-8, 8), next(-0.3f, 0.3f)};
             const float n[3] = {next(-0.1f, 0.1f), 0, 1};
             const float irr[3] = {next(0, 1), 0.5f, 0.5f};
-            const float r = next(0.05f, i % 97 == 0 ? 6.0f : 1.0f);
+            const float r = next(0.05f, i % 97 == 0 ? largest : 1.0f);
             ASSERT_EQ(IrrCacheStoreValue(cache, p, n, irr, irr, zero, zero, r, i % 3 == 0), 1);
         }
-        IrrCacheSetPass(nullptr, 1, 0.1f, 10.0f, 1.5f);
+        queries.clear();
         for (int i = 0; i < 500; ++i) {
             IrrCacheQuery q{};
             q.position[0] = next(-9, 9), q.position[1] = next(-9, 9);
@@ -75,12 +81,25 @@ struct PackedTest : ::testing::Test {
     std::vector<IrrCacheQuery> queries;
 };
 
-TEST_F(PackedTest, PackedAnswersAreThoseOfThePointersAndEveryChangeDropsThePacking) {
-    const std::vector<IrrCacheQuery> before = gathered();
-    ASSERT_FALSE(cache->packed) << "the first reads go through the pointers";
-    read_until_packed();
-    expect_same(before, gathered());
+TEST_F(PackedTest, PackedAnswersAreThoseOfThePointers) {
+    // Small radii only (the walk starts at the first level holding values), a few large ones
+    // (some top cells hold values themselves), and a minimum distance of several cells (too
+    // many cells to look up: the walk starts from the top).
+    for (const float largest : {1.0f, 6.0f}) {
+        for (const float min_distance : {0.1f, 3.0f}) {
+            fill(largest);
+            IrrCacheSetPass(nullptr, 1, min_distance, 10.0f, 1.5f);
+            const std::vector<IrrCacheQuery> before = gathered();
+            ASSERT_FALSE(cache->packed) << "the first reads go through the pointers";
+            read_until_packed();
+            expect_same(before, gathered());
+        }
+    }
+}
 
+TEST_F(PackedTest, EveryChangeDropsThePacking) {
+    const std::vector<IrrCacheQuery> before = gathered();
+    read_until_packed();
     // A new value at a queried point: found at once, then again once packed anew.
     const float zero[3] = {0, 0, 0}, one[3] = {1, 1, 1};
     const IrrCacheQuery &at = queries[1];

@@ -9,7 +9,7 @@
 #include <vexor/undo.h>
 
 #include "scene_fixture.h"
-#include "support/atomicity.h"
+#include "support/edit_table.h"
 #include "support/undo_property.h"
 
 namespace vx::test {
@@ -51,6 +51,7 @@ struct Stage {
                         picky = CineLookupType("tstPicky");
     CinePackage *const extra = CinePackageFind("tstExtra"), *const more =
                                                                 CinePackageFind("tstMore");
+    PortLog log;
 
     Stage() {
         UndoSysSuspend();
@@ -64,35 +65,17 @@ struct Stage {
         UndoSysResume();
         UndoSysClear();
         CinemaHasChanged(scene);
+        log.attach(CinemaPort(scene));
     }
     ~Stage() {
+        log.detach();
         UndoSysClear();
         CinemaDestroy(scene);
     }
     Stage(const Stage &) = delete;
     Stage &operator=(const Stage &) = delete;
-};
-
-using StageEdit = std::function<bool(Stage &)>;
-
-class StageTarget : public AtomicityTarget {
-  public:
-    StageTarget(const StageEdit &edit, std::unique_ptr<Stage> stage)
-        : edit_(edit), stage_(std::move(stage)) {
-        log_.attach(CinemaPort(stage_->scene));
-    }
-    std::string snapshot() override {
-        return describe(stage_->scene) + " steps " + std::to_string(UndoSysUndoCount()) + "/" +
-               std::to_string(UndoSysRedoCount());
-    }
-    bool edit() override { return edit_(*stage_); }
-    std::size_t events() override { return log_.events.size(); }
-    Stage &stage() { return *stage_; }
-
-  private:
-    StageEdit edit_;
-    std::unique_ptr<Stage> stage_;
-    PortLog log_;
+    std::string snapshot() const { return describe(scene); }
+    std::size_t events() const { return log.events.size(); }
 };
 
 class ItemProperties : public SceneTest {
@@ -111,47 +94,22 @@ class ItemProperties : public SceneTest {
     }
 };
 
-struct NamedEdit {
-    const char *name;
-    StageEdit edit;
-};
-
-std::vector<NamedEdit> item_edits() {
-    return {
-        {"create", [](Stage &s) { return CineItemCreate(s.scene, s.light) != nullptr; }},
-        {"create first of a type",
-         [](Stage &s) { return CineItemCreate(s.scene, s.picky) != nullptr; }},
-        {"add package", [](Stage &s) { return CineItemAddPackage(s.items[1], s.extra) == 1; }},
-        {"remove package", [](Stage &s) { return CineItemRemPackage(s.items[0], s.extra) == 1; }},
-        {"rename", [](Stage &s) { return CineItemSetName(s.items[2], "Body") == 1; }},
-        {"parent", [](Stage &s) { return CineItemSetParent(s.items[0], s.items[2], 0) == 0; }},
-        {"source", [](Stage &s) { return CineItemSetSource(s.items[1], s.items[0]) == 1; }},
-        {"tag", [](Stage &s) { return CineItemSetTag(s.items[0], kTag, "actor") == 1; }},
-        {"delete a parent", [](Stage &s) { return CineItemDelete(s.items[2]) == 1; }},
-    };
-}
-
 TEST_F(ItemProperties, ItemEditsAndTheirUndoAndRedoAreAtomic) {
-    for (const NamedEdit &named : item_edits()) {
-        const NamedEdit edit = named;
-        const auto report = check_atomicity(edit.name, [&]() -> std::unique_ptr<AtomicityTarget> {
-            return std::make_unique<StageTarget>(edit.edit, std::make_unique<Stage>());
-        });
-        EXPECT_GT(report.tried, 0u) << edit.name;
-        EXPECT_EQ(report.held + report.survived, report.tried) << edit.name;
-
-        for (const bool redo : {false, true}) {
-            const std::string label = std::string(redo ? "redo " : "undo ") + edit.name;
-            check_atomicity(label, [&]() -> std::unique_ptr<AtomicityTarget> {
-                auto target = std::make_unique<StageTarget>(
-                    [redo](Stage &) { return redo ? UndoSysRedo() : UndoSysUndo(); },
-                    std::make_unique<Stage>());
-                edit.edit(target->stage());
-                if (redo) UndoSysUndo();
-                return target;
-            });
-        }
-    }
+    check_edits_atomic<Stage>(
+        {
+            {"create", [](Stage &s) { return CineItemCreate(s.scene, s.light) != nullptr; }},
+            {"create first of a type",
+             [](Stage &s) { return CineItemCreate(s.scene, s.picky) != nullptr; }},
+            {"add package", [](Stage &s) { return CineItemAddPackage(s.items[1], s.extra) == 1; }},
+            {"remove package",
+             [](Stage &s) { return CineItemRemPackage(s.items[0], s.extra) == 1; }},
+            {"rename", [](Stage &s) { return CineItemSetName(s.items[2], "Body") == 1; }},
+            {"parent", [](Stage &s) { return CineItemSetParent(s.items[0], s.items[2], 0) == 0; }},
+            {"source", [](Stage &s) { return CineItemSetSource(s.items[1], s.items[0]) == 1; }},
+            {"tag", [](Stage &s) { return CineItemSetTag(s.items[0], kTag, "actor") == 1; }},
+            {"delete a parent", [](Stage &s) { return CineItemDelete(s.items[2]) == 1; }},
+        },
+        kUndoRedo);
 }
 
 // Random edits of every kind, on items picked among those in the scene.
@@ -170,36 +128,22 @@ class RandomStage : public UndoTarget {
         const char *names[] = {"Key", "Fill", "Rim", nullptr};
         const std::uint32_t types[] = {s_->light, s_->mesh, s_->picky};
         CinePackage *packages[] = {s_->extra, s_->more};
-        switch (item == nullptr ? 0 : draw(9)) {
-            case 0:
-                CineItemCreate(s_->scene, types[draw(3)]);
-                return "create";
-            case 1:
-                CineItemSetName(item, names[draw(4)]);
-                return "rename";
-            case 2:
+        const std::function<const char *()> steps[] = {
+            [&] { return CineItemCreate(s_->scene, types[draw(3)]), "create"; },
+            [&] { return CineItemSetName(item, names[draw(4)]), "rename"; },
+            [&] {
                 CineItemSetParent(item, draw(4) == 0 ? nullptr : other,
                                   static_cast<int>(draw(3)) - 1);
                 return "parent";
-            case 3:
-                CineItemSetSource(item, draw(3) == 0 ? nullptr : other);
-                return "source";
-            case 4:
-                CineItemAddPackage(item, packages[draw(2)]);
-                return "add package";
-            case 5:
-                CineItemRemPackage(item, packages[draw(2)]);
-                return "remove package";
-            case 6:
-                CineItemSetTag(item, kTag, names[draw(4)]);
-                return "tag";
-            case 7:
-                CineItemDelete(item);
-                return "delete";
-            default:
-                CinemaChanged(s_->scene, static_cast<int>(draw(2)));
-                return "changed";
-        }
+            },
+            [&] { return CineItemSetSource(item, draw(3) == 0 ? nullptr : other), "source"; },
+            [&] { return CineItemAddPackage(item, packages[draw(2)]), "add package"; },
+            [&] { return CineItemRemPackage(item, packages[draw(2)]), "remove package"; },
+            [&] { return CineItemSetTag(item, kTag, names[draw(4)]), "tag"; },
+            [&] { return CineItemDelete(item), "delete"; },
+            [&] { return CinemaChanged(s_->scene, static_cast<int>(draw(2))), "changed"; },
+        };
+        return steps[item == nullptr ? 0 : draw(9)]();
     }
 
   private:
