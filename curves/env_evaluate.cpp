@@ -521,68 +521,76 @@ void fill_segments(Envelope &env, LookupIndex &index) noexcept {
     for (std::size_t i = 0; i < count; ++i) {
         EnvKey &k = *index.keys[i];
         SegmentData &seg = index.segments[i];
+        seg.k_time = index.times[i];
+        seg.n_time = i + 1 < count ? index.times[i + 1] : kInf;
         seg.active = active<Int>(k);
+        seg.start = seg.active;
+        seg.shape = SegmentShape::held;
         if (Int || i + 1 == count) continue;
         EnvKey &n = *index.keys[i + 1];
         const Shape shape = shape_of(env, k, n);
-        seg.start = shape == Shape::held_active ? seg.active : outgoing<Int>(k);
+        if (shape != Shape::held_active) seg.start = outgoing<Int>(k);
         switch (shape) {
             case Shape::held_active:
             case Shape::held_outgoing:
-                index.shapes[i] = SegmentShape::held;
                 break;
             case Shape::line:
-                index.shapes[i] = SegmentShape::line;
+                seg.shape = SegmentShape::line;
                 seg.coef[0] = incoming<Int>(n);
                 break;
             case Shape::hermite:
-                index.shapes[i] = SegmentShape::hermite;
+                seg.shape = SegmentShape::hermite;
                 seg.coef[0] = incoming<Int>(n);
                 seg.coef[1] = slope_of<Int>(env, k, true);
                 seg.coef[2] = slope_of<Int>(env, n, false);
                 break;
             case Shape::bezier: {
-                index.shapes[i] = SegmentShape::bezier;
+                seg.shape = SegmentShape::bezier;
                 const Bezier b =
                     bezier_of(k, n, slope_of<Int>(env, k, true), slope_of<Int>(env, n, false));
-                seg.coef[0] = b.ax;
-                seg.coef[1] = b.bx;
-                seg.coef[2] = b.cx;
-                seg.coef[3] = b.ay;
-                seg.coef[4] = b.by;
-                seg.coef[5] = b.cy;
+                index.beziers[i] = BezierData{{b.ax, b.bx, b.cx}, {b.ay, b.by, b.cy}};
                 break;
             }
         }
     }
 }
 
-// The envelope's index, current and filled for evaluation; null when it has none (too few
-// keys, or no memory for one), and evaluation reads the keys.
-[[gnu::always_inline]] inline LookupIndex *evaluation_index(Envelope &env) noexcept {
-    if (!index_current(env)) [[unlikely]] {
-        if (env.index_skipped == revision(env) + 1 || !build_index(env)) return nullptr;
+// Whether the envelope's segments are current: filled from the keys as they are.
+[[gnu::always_inline]] inline bool segments_current(const Envelope &env) noexcept {
+    return env.eval_stamp == revision(env) + 1 && env.eval_loose == loose_key_writes();
+}
+
+// Brings the envelope's segments up to date (building the index first when it is not current);
+// false when the envelope has no index (too few keys, or no memory for one), and evaluation
+// reads the keys.
+[[gnu::noinline]] bool fill_index(Envelope &env) noexcept {
+    if (!index_current(env)) {
+        if (env.index_skipped == revision(env) + 1 || !build_index(env)) return false;
     }
     LookupIndex &index = *env.index;
-    const std::uint64_t loose = loose_key_writes();
-    if (!index.filled || index.loose_stamp != loose) [[unlikely]] {
-        if (env.type == kTypeInt) {
-            fill_segments<true>(env, index);
-        } else {
-            fill_segments<false>(env, index);
-        }
-        index.filled = true;
-        index.loose_stamp = loose;
+    if (env.type == kTypeInt) {
+        fill_segments<true>(env, index);
+    } else {
+        fill_segments<false>(env, index);
     }
-    return &index;
+    env.eval_segments = index.segments;
+    env.eval_count = index.count;
+    env.eval_cursor = 0;
+    env.eval_loose = loose_key_writes();
+    env.eval_stamp = revision(env) + 1;
+    return true;
+}
+
+[[gnu::always_inline]] inline bool segments_ready(Envelope &env) noexcept {
+    return segments_current(env) || fill_index(env);
 }
 
 // The weighted segment from key i of the index at a time inside it. The search for u starts as
 // bezier_value's does.
-[[gnu::noinline]] double indexed_bezier(Envelope &env, const LookupIndex &index, std::size_t i,
-                                        double time) noexcept {
+[[gnu::noinline]] double indexed_bezier(Envelope &env, std::size_t i, double time) noexcept {
+    const LookupIndex &index = *env.index;
     const SegmentData &seg = index.segments[i];
-    const double k_time = index.times[i];
+    const BezierData &b = index.beziers[i];
     const EnvKey *k = index.keys[i];
     const std::uint64_t stamp = revision(env);
     double guess;
@@ -591,39 +599,34 @@ void fill_segments(Envelope &env, LookupIndex &index) noexcept {
         guess = env.solved_u + (time - env.solved_time) / env.solved_slope;
         steps = 1;
     } else {
-        guess = (time - k_time) / (index.times[i + 1] - k_time);
+        guess = (time - seg.k_time) / (seg.n_time - seg.k_time);
         steps = 2;
     }
-    const double *c = seg.coef;
-    const Solved solved = bisect_cubic(c[0], c[1], c[2], k_time, time, guess, steps);
+    const Solved solved = bisect_cubic(b.x[0], b.x[1], b.x[2], seg.k_time, time, guess, steps);
     env.solved_key = k;
     env.solved_edits = stamp;
     env.solved_time = time;
     env.solved_u = solved.u;
     env.solved_slope = solved.slope;
     const double u = solved.u;
-    return ((c[3] * u + c[4]) * u + c[5]) * u + seg.start;
+    return ((b.y[0] * u + b.y[1]) * u + b.y[2]) * u + seg.start;
 }
 
-// The curve from the index at a time whose place among the keys is known: `at` keys are not
-// later than it by more than the tolerance. Answers as keyed_value does from the keys, and
-// leaves the lookup cache as it does.
+// The curve from the segments at a time whose place among the keys is known: `at` keys are not
+// later than it by more than the tolerance. Answers as keyed_value does from the keys.
 template <bool Int>
-[[gnu::always_inline]] inline double value_at(Envelope &env, LookupIndex &index, std::size_t at,
-                                              double time) noexcept {
-    if (at == 0) return index.segments[0].active;  // before the first key
-    const std::size_t count = index.count;
-    env.lookup_key = index.keys[at - 1];
-    env.lookup_next = at < count ? index.keys[at] : nullptr;
-    const std::size_t i = at - 1;
-    const SegmentData &seg = index.segments[i];
+[[gnu::always_inline]] inline double value_at(Envelope &env, std::size_t at, double time) noexcept {
+    const SegmentData *segments = env.eval_segments;
+    if (at == 0) return segments[0].active;  // before the first key
+    const SegmentData &seg = segments[at - 1];
     if constexpr (Int) {
         return seg.active;
     } else {
-        const double k_time = index.times[i];
-        if (at == count || time - k_time < kTolerance) return seg.active;
-        const double d = index.times[at] - k_time;
-        switch (index.shapes[i]) {
+        // After the last key, n_time is infinite and the segment holds the key's value.
+        const double k_time = seg.k_time;
+        if (time - k_time < kTolerance) return seg.active;
+        const double d = seg.n_time - k_time;
+        switch (seg.shape) {
             case SegmentShape::held:
                 return seg.start;
             case SegmentShape::line:
@@ -632,31 +635,42 @@ template <bool Int>
                 return hermite_value((time - k_time) / d, seg.start, seg.coef[0], seg.coef[1],
                                      seg.coef[2], d);
             case SegmentShape::bezier:
-                return indexed_bezier(env, index, i, time);
+                return indexed_bezier(env, at - 1, time);
         }
         return seg.start;
     }
 }
 
-// Whether `at` keys are not later than the limit: at is the place of a time in the keys.
-[[gnu::always_inline]] inline bool place_holds(const LookupIndex &index, std::size_t at,
+// Whether the segment of key at - 1 holds the time (the limit is the time plus the tolerance):
+// the time's place among the keys is `at`. Playback asks for the same segment again, or the
+// next, almost every time.
+[[gnu::always_inline]] inline bool place_holds(const Envelope &env, std::size_t at,
                                                double limit) noexcept {
-    const double *times = index.times;
-    return (at == 0 || times[at - 1] <= limit) && (at == index.count || times[at] > limit);
+    if (at == 0) return env.eval_count == 0 || env.eval_segments[0].k_time > limit;
+    const SegmentData &seg = env.eval_segments[at - 1];
+    return seg.k_time <= limit && seg.n_time > limit;
 }
 
-// The curve at a time inside the keys, from the index: the segment of the time is the one of
-// the last call or the next during playback, else found by search.
+// The curve at a time inside the keys (or mapped into them), from the segments: the segment of
+// the last call or the next, else the one the index finds.
 template <bool Int>
-inline double indexed_value(Envelope &env, LookupIndex &index, double time) noexcept {
+inline double indexed_value(Envelope &env, double time) noexcept {
     const double limit = time + kTolerance;
-    std::size_t at = index.cursor;
-    if (!place_holds(index, at, limit)) {
-        at = at < index.count && place_holds(index, at + 1, limit) ? at + 1
-                                                                   : keys_not_later(index, limit);
-        index.cursor = at;
+    std::size_t at = env.eval_cursor;
+    if (!place_holds(env, at, limit)) {
+        at = at < env.eval_count && place_holds(env, at + 1, limit)
+                 ? at + 1
+                 : keys_not_later(*env.index, limit);
+        env.eval_cursor = at;
+        // The lookup cache follows the cursor: it holds the keys around the last time
+        // evaluated whenever the cursor does.
+        if (at > 0) {
+            const LookupIndex &index = *env.index;
+            env.lookup_key = index.keys[at - 1];
+            env.lookup_next = at < index.count ? index.keys[at] : nullptr;
+        }
     }
-    return value_at<Int>(env, index, at, time);
+    return value_at<Int>(env, at, time);
 }
 
 // ---- Evaluation ---------------------------------------------------------------------------
@@ -670,7 +684,7 @@ inline double indexed_value(Envelope &env, LookupIndex &index, double time) noex
 // backwards, outside its span, for that one instant.
 template <bool Int>
 inline double keyed_value(Envelope &env, double time) noexcept {
-    if (LookupIndex *index = evaluation_index(env)) return indexed_value<Int>(env, *index, time);
+    if (segments_ready(env)) return indexed_value<Int>(env, time);
     const Found found = locate(env, time);
     EnvKey *k = found.at_or_before;
     EnvKey *n = found.after;
@@ -1017,21 +1031,24 @@ int to_int(double value) noexcept {
     return static_cast<int>(value);
 }
 
-// Times inside the keys go straight to the index when there is one (an envelope with an index
-// has keys); the rest are mapped by the behaviours first. A time between the two keys around
-// the last time evaluated is inside the keys: playback needs no other test.
+// Times inside the keys go straight to the segments when the envelope has them (it then has
+// keys); the rest are mapped by the behaviours first. A time inside the segment of the last
+// time evaluated is inside the keys: playback needs no other test.
 template <bool Int>
 inline double evaluate_curve(Envelope &env, double time) noexcept {
     if (env.type != (Int ? kTypeInt : kTypeFloat)) return 0.0;
-    if (LookupIndex *index = evaluation_index(env)) {
+    if (segments_ready(env)) {
         const double limit = time + kTolerance;
-        const double *times = index->times;
-        const std::size_t at = index->cursor;
-        if (at - 1 < index->count - 1 && times[at - 1] <= limit && times[at] > limit) {
-            return value_at<Int>(env, *index, at, time);
+        const std::size_t at = env.eval_cursor;
+        const SegmentData *segments = env.eval_segments;
+        if (at - 1 < env.eval_count - 1 && segments[at - 1].k_time <= limit &&
+            segments[at - 1].n_time > limit) {
+            return value_at<Int>(env, at, time);
         }
-        if (!(times[0] - time > kTolerance) && !(time - times[index->count - 1] > kTolerance)) {
-            return indexed_value<Int>(env, *index, time);
+        const double first = segments[0].k_time;
+        const double last = segments[env.eval_count - 1].k_time;
+        if (!(first - time > kTolerance) && !(time - last > kTolerance)) {
+            return indexed_value<Int>(env, time);
         }
     } else if (is_empty(env)) {
         return 0.0;

@@ -14,8 +14,8 @@ namespace {
 
 std::size_t block_bytes(std::size_t capacity) noexcept {
     return sizeof(LookupIndex) + capacity * (sizeof(double) + sizeof(EnvKey *)) +
-           (capacity + 1) * sizeof(std::uint32_t) + capacity * sizeof(SegmentShape) +
-           alignof(SegmentData) + capacity * sizeof(SegmentData);
+           (capacity + 1) * sizeof(std::uint32_t) + alignof(SegmentData) +
+           capacity * (sizeof(SegmentData) + sizeof(BezierData));
 }
 
 bool same_bits(double a, double b) noexcept {
@@ -124,10 +124,10 @@ void replace_block(Envelope &env, void *block, std::size_t capacity) noexcept {
     index->times = reinterpret_cast<double *>(index + 1);
     index->keys = reinterpret_cast<EnvKey **>(index->times + capacity);
     index->bucket_start = reinterpret_cast<std::uint32_t *>(index->keys + capacity);
-    index->shapes = reinterpret_cast<SegmentShape *>(index->bucket_start + capacity + 1);
-    const auto segments = reinterpret_cast<std::uintptr_t>(index->shapes + capacity);
+    const auto segments = reinterpret_cast<std::uintptr_t>(index->bucket_start + capacity + 1);
     const std::uintptr_t align = alignof(SegmentData);
     index->segments = reinterpret_cast<SegmentData *>((segments + align - 1) & ~(align - 1));
+    index->beziers = reinterpret_cast<BezierData *>(index->segments + capacity);
     env.index = index;
 }
 
@@ -171,8 +171,7 @@ bool build_index(Envelope &env) noexcept {
         index.keys[at] = key;
     }
     index.count = count;
-    index.filled = false;
-    index.cursor = 0;
+    env.eval_stamp = 0;  // the segments are filled again from the keys as they are now
     fill_buckets(index);
     env.index_stamp = stamp;
     return true;
@@ -182,6 +181,7 @@ void drop_index(Envelope &env) noexcept {
     if (env.index != nullptr) FreeHeap(env.index, block_bytes(env.index->capacity));
     env.index = nullptr;
     env.index_stamp = 0;
+    env.eval_stamp = 0;
     env.index_skipped = 0;
 }
 

@@ -20,15 +20,25 @@ namespace vx::env {
 // How a float envelope's curve runs from one key to the next.
 enum class SegmentShape : std::uint8_t { held, line, hermite, bezier };
 
-// What evaluation reads of key i and the segment from it to key i + 1, one cache line each.
-// `active` is the key's active value (what the curve is at the key itself), `start` the value
-// the segment starts from (for a held segment, the value it holds). `coef` is by shape: line
-// {end value}; Hermite {end value, start slope, end slope}; Bezier the time and value cubics
-// {ax, bx, cx, ay, by, cy}, whose constant terms are the key's time and `start`.
+// What evaluation reads of key i and the segment from it to key i + 1, in one cache line: the
+// two keys' times (the last key's next time is infinite), the key's active value (what the
+// curve is at the key itself), the value the segment starts from (for a held segment, the
+// value it holds) and, by shape, line {end value} or Hermite {end value, start slope, end
+// slope}. A Bezier segment's cubics are in the index's `beziers`.
 struct alignas(64) SegmentData {
+    double k_time;
+    double n_time;
     double active;
     double start;
-    double coef[6];
+    double coef[3];
+    SegmentShape shape;
+};
+
+// The time and value cubics of a weighted segment, {ax, bx, cx} and {ay, by, cy}; their
+// constant terms are the key's time and the segment's start.
+struct BezierData {
+    double x[3];
+    double y[3];
 };
 
 // The index: the keys and their times in list order, a bucket table over the keyed time range
@@ -43,15 +53,12 @@ struct LookupIndex {
     double *times;
     EnvKey **keys;
     std::uint32_t *bucket_start;  // buckets + 1 entries: keys in the cells before each cell
-    SegmentData *segments;        // filled for evaluation: one per key
-    SegmentShape *shapes;         // one per key but the last
-    bool filled;                  // segments and shapes hold the keys as indexed
-    std::uint64_t loose_stamp;    // loose_key_writes() when they were filled
-    std::size_t cursor;           // keys not later than the time evaluated last (playback)
+    SegmentData *segments;        // one per key, filled for evaluation
+    BezierData *beziers;          // one per key, filled for weighted segments
 };
 
 // Envelopes with fewer keys than this are searched by walking the list from the lookup cache.
-inline constexpr std::size_t kIndexMinKeys = 16;
+inline constexpr std::size_t kIndexMinKeys = 8;
 
 // The key at or before the time (the last key not later than the time by more than the
 // tolerance) and the key after it, either possibly null; the answer is also stored in the

@@ -18,7 +18,8 @@
 
 namespace vx::env {
 struct LookupIndex;
-}
+struct SegmentData;
+}  // namespace vx::env
 
 struct Envelope {
     void *data;
@@ -27,12 +28,20 @@ struct Envelope {
     std::uint32_t interpolation;
     std::uint32_t pre_behavior;
     std::uint32_t post_behavior;
-    EnvKeyList keys;
-    EnvKey *lookup_key;     // cache: the key found at or before the last time looked up
-    EnvKey *lookup_next;    // cache: the key after it
     std::uint64_t edits;    // bumped by every structural change and key time change
     std::uint64_t changes;  // bumped by every other change that can alter the curve
-    std::size_t linked;     // keys in the list
+    // Evaluation's hold on the index's segments (curves/env_evaluate.cpp), kept beside the
+    // counts it is checked against so that a read during playback touches this line and one
+    // segment: current while eval_stamp == revision + 1 and eval_loose == loose_key_writes().
+    std::uint64_t eval_stamp;
+    std::uint64_t eval_loose;
+    const vx::env::SegmentData *eval_segments;
+    std::size_t eval_count;   // keys indexed
+    std::size_t eval_cursor;  // keys not later than the time evaluated last
+    EnvKeyList keys;
+    EnvKey *lookup_key;   // cache: the key found at or before the last time looked up
+    EnvKey *lookup_next;  // cache: the key after it
+    std::size_t linked;   // keys in the list
     // Lookup index beside the list (curves/env_index.cpp), built lazily; current while
     // index_stamp == revision + 1. Owned by the envelope: vx::env::drop_index releases it and
     // must run wherever the envelope is freed.
@@ -41,7 +50,7 @@ struct Envelope {
     std::uint64_t index_skipped;  // revision + 1 when no index is to be built at that revision
     // Where the last weighted segment was solved (curves/env_evaluate.cpp): its key, the time,
     // the parameter found and the time cubic's slope there, current while solved_edits ==
-    // edits. Only a starting guess for the next solve of the same segment, never the answer.
+    // revision. Only a starting guess for the next solve of the same segment, never the answer.
     const EnvKey *solved_key;
     std::uint64_t solved_edits;
     double solved_time;

@@ -70,10 +70,10 @@ template <class Element, class Func>
 std::uint32_t walk_share(const WalkPlan<Element> &items, std::size_t begin, std::size_t end,
                          MarkFilter filter, Func visit, void *data, void *argument) noexcept {
     if (items.list != nullptr && items.list->store != nullptr) {
-        const ElementStore &store = *items.list->store;
+        const ElementStore<Element> &store = *items.list->store;
         for (std::size_t i = begin; i < end;) {
             std::size_t count = 0;
-            auto *run = static_cast<Element *>(store.run(i, count));
+            Element *run = store.run(i, count);
             if (count > end - i) count = end - i;
             for (std::size_t k = 0; k < count; ++k, ++i) {
                 if (!filter.passes(run + k)) continue;

@@ -55,10 +55,10 @@ template <class Element, class Visit>
 std::uint32_t walk(const WalkPlan<Element> &plan, Visit &&visit) {
     if (plan.list != nullptr && plan.list->store != nullptr) {
         // A mesh's own list: its records, a chunk at a time.
-        const ElementStore &store = *plan.list->store;
+        const ElementStore<Element> &store = *plan.list->store;
         for (std::size_t i = 0; i < store.size();) {
             std::size_t count = 0;
-            auto *run = static_cast<Element *>(store.run(i, count));
+            Element *run = store.run(i, count);
             for (std::size_t k = 0; k < count; ++k, ++i) {
                 if (!plan.filter.passes(run + k)) continue;
                 if (const std::uint32_t code = visit(run + k); code != 0) return code;

@@ -52,7 +52,7 @@ void set_kind(Mesh *mesh, std::uint32_t kind) noexcept {
 namespace {
 template <class Element>
 void add_to_subset(Mesh *mesh, DenseArray<Element *> &subset, Element *element) {
-    if (element == nullptr || element->mesh != mesh) {
+    if (element == nullptr || owner_of(element) != mesh) {
         fail(rc::bad_argument, "a subset takes elements of its own mesh");
     }
     typename DenseArray<Element *>::Growth room;

@@ -133,7 +133,8 @@ std::size_t array_bytes(unsigned count) noexcept {
 
 // A mesh may use its own vertices and, as an instance, its source's.
 bool same_family(const Mesh *mesh, const MeshVertex *vertex) noexcept {
-    return vertex->mesh == mesh || (mesh->source != nullptr && vertex->mesh == mesh->source);
+    const Mesh *owner = owner_of(vertex);
+    return owner == mesh || (mesh->source != nullptr && owner == mesh->source);
 }
 
 template <class Element>
@@ -166,7 +167,7 @@ bool free_element(Mesh *mesh, Element *element, ElementList<Element> *Mesh::*cur
     if (element == nullptr || is_dead(element->flags)) return false;
     ElementList<Element> *list = mesh->*current;
     std::size_t index = 0;
-    const bool mine = element->mesh == mesh;
+    const bool mine = owner_of(element) == mesh;
     // Only an instance holds elements of another mesh (its source's).
     if (!mine && (mesh->source == nullptr || !in_list(list, element, index))) return false;
 
@@ -407,14 +408,13 @@ MeshVertex *new_vertex(Mesh *mesh, const double position[3]) {
     require_ready(mesh);
     ListGrowth<MeshVertex> list_growth;
     prepare_list(mesh->vertices, mesh->own_vertices, mesh->changed_vertices, 1, list_growth);
-    ElementStore::Growth chunk;
+    ElementStore<MeshVertex>::Growth chunk;
     mesh->vertex_store.prepare(chunk);
 
     // Nothing below can fail.
     commit_list(mesh, mesh->vertices, mesh->own_vertices, mesh->changed_vertices,
                 MESH_OWNS_VERTICES, list_growth);
-    auto *vertex = static_cast<MeshVertex *>(mesh->vertex_store.take(chunk));
-    vertex->mesh = mesh;
+    MeshVertex *vertex = mesh->vertex_store.take(chunk);
     vertex->flags = kNewVertexFlags;
     store_position(vertex, position);
     if (mesh->vertices->store == nullptr) mesh->vertices->items.push_back(vertex);
@@ -430,7 +430,7 @@ const float *set_vertex(Mesh *mesh, MeshVertex *vertex, const double position[3]
     require_ready(mesh);
     if (vertex == nullptr || is_dead(vertex->flags)) return nullptr;
     if (!same_family(mesh, vertex)) fail(rc::bad_argument, "a vertex of another mesh");
-    Mesh *owner = vertex->mesh;
+    Mesh *owner = owner_of(vertex);
     DenseArray<MeshVertex *>::Growth changed_room;
     owner->changed_vertices.prepare(changed_room, 1);
     owner->changed_vertices.commit(changed_room);
@@ -461,7 +461,7 @@ MeshPolygon *new_polygon(Mesh *mesh, const PolyType *type, unsigned count,
 
     ListGrowth<MeshPolygon> list_growth;
     prepare_list(mesh->polygons, mesh->own_polygons, mesh->changed_polygons, 1, list_growth);
-    ElementStore::Growth chunk;
+    ElementStore<MeshPolygon>::Growth chunk;
     mesh->polygon_store.prepare(chunk);
     RawBlock long_array;
     if (heap_array(count)) long_array = RawBlock(array_bytes(count));
@@ -471,7 +471,7 @@ MeshPolygon *new_polygon(Mesh *mesh, const PolyType *type, unsigned count,
     // Nothing below can fail.
     commit_list(mesh, mesh->polygons, mesh->own_polygons, mesh->changed_polygons,
                 MESH_OWNS_POLYGONS, list_growth);
-    auto *polygon = static_cast<MeshPolygon *>(mesh->polygon_store.take(chunk));
+    MeshPolygon *polygon = mesh->polygon_store.take(chunk);
     polygon->mesh = mesh;
     polygon->flags = kNewPolygonFlags;
     polygon->type_index = poly_type_index(type);
@@ -575,7 +575,7 @@ Mesh::~Mesh() {
     // Long vertex arrays come from the heap; the pooled ones go with their pools.
     if (long_arrays != 0) {
         for (std::size_t i = 0; i < polygon_store.size(); ++i) {
-            auto *polygon = static_cast<MeshPolygon *>(polygon_store.at(i));
+            const MeshPolygon *polygon = polygon_store.at(i);
             if (polygon->count > MeshPolygon::kInlineVertices) {
                 ::operator delete(static_cast<void *>(polygon->vertex_slots.many),
                                   static_cast<std::size_t>(polygon->count) * sizeof(MeshVertex *));

@@ -14,11 +14,11 @@
 
 struct PolyType;
 
-// A vertex: its mesh first, then its flag word and the mark word that selection and
-// enumeration use, then its position (the storage of its mesh's "OPOS" vertex map). Keeping the
-// position in the record makes a read by handle touch one record and nothing else.
+// A vertex: its flag word and the mark word that selection and enumeration use, then its
+// position (the storage of its mesh's "OPOS" vertex map). Keeping the position in the record
+// makes a read by handle touch one record and nothing else; the vertex's mesh is kept once per
+// page of records (vx::mesh::owner_of), so a record takes 16 bytes and a million vertices 16 MB.
 struct MeshVertex {
-    Mesh *mesh;
     std::uint16_t flags;
     std::uint16_t marks;
     float position[3];
@@ -71,8 +71,8 @@ struct MeshPolygon {
     }
 };
 
-// Walks take a chunk of the element store as an array of records.
-static_assert(sizeof(MeshVertex) % 8 == 0 && sizeof(MeshPolygon) % 8 == 0);
+// Walks take a page of the element store as an array of records.
+static_assert(sizeof(MeshVertex) == 16 && sizeof(MeshPolygon) % 8 == 0);
 
 namespace vx::mesh {
 
@@ -95,7 +95,7 @@ inline constexpr std::uint32_t kNoBatch = 0xFFFFFFFF;
 // dead entries keeps a table of the live entries' positions, rebuilt when the list changes.
 template <class Element>
 struct ElementList {
-    const ElementStore *store = nullptr;  // null: the elements are in `items`
+    const ElementStore<Element> *store = nullptr;  // null: the elements are in `items`
     DenseArray<Element *> items;
     std::uint32_t dead = 0;
     bool recount = false;
@@ -104,8 +104,7 @@ struct ElementList {
 
     std::size_t size() const noexcept { return store != nullptr ? store->size() : items.size(); }
     Element *operator[](std::size_t index) const noexcept {
-        return store != nullptr ? static_cast<Element *>(store->at(index))
-                                : const_cast<Element *>(items[index]);
+        return store != nullptr ? store->at(index) : const_cast<Element *>(items[index]);
     }
     // An array copy of the list with room for `extra` more entries (raises std::bad_alloc).
     void copy_into(DenseArray<Element *> &target, std::size_t extra) const;
@@ -163,8 +162,8 @@ struct Mesh {
     vx::mesh::MeshTags tags;
     vx::mesh::MetaSlots meta;
 
-    vx::mesh::ElementStore vertex_store{sizeof(MeshVertex)};
-    vx::mesh::ElementStore polygon_store{sizeof(MeshPolygon)};
+    vx::mesh::ElementStore<MeshVertex> vertex_store{this};
+    vx::mesh::ElementStore<MeshPolygon> polygon_store{this};
     // Longer vertex arrays, which come from the heap: freed with the mesh.
     std::size_t long_arrays = 0;
 };
@@ -199,10 +198,18 @@ std::uint32_t num_polygons(const Mesh *mesh) noexcept;
 MeshVertex *vertex_at(const Mesh *mesh, std::uint32_t index) noexcept;
 MeshPolygon *polygon_at(const Mesh *mesh, std::uint32_t index) noexcept;
 
+// The mesh that made an element.
+inline Mesh *owner_of(const MeshVertex *vertex) noexcept {
+    return static_cast<Mesh *>(const_cast<void *>(ElementStore<MeshVertex>::owner_of(vertex)));
+}
+inline Mesh *owner_of(const MeshPolygon *polygon) noexcept {
+    return polygon->mesh;
+}
+
 // The number of an element among those its mesh made (its place in its mesh's store), and how
 // many its mesh made: for tables indexed by element.
 inline std::uint32_t slot_of(const MeshVertex *vertex) noexcept {
-    return static_cast<std::uint32_t>(vertex->mesh->vertex_store.index_of(vertex));
+    return static_cast<std::uint32_t>(ElementStore<MeshVertex>::index_of(vertex));
 }
 inline std::uint32_t slot_of(const MeshPolygon *polygon) noexcept {
     return polygon->slot;
@@ -220,8 +227,7 @@ template <class Element>
 Element *element_at_fast(const Mesh *mesh, const ElementList<Element> *list,
                          std::uint32_t index) noexcept {
     if (list->store != nullptr && list->dead == 0 && !list->recount) {
-        return index < list->store->size() ? static_cast<Element *>(list->store->at(index))
-                                           : nullptr;
+        return index < list->store->size() ? list->store->at(index) : nullptr;
     }
     if constexpr (std::is_same_v<Element, MeshVertex>) {
         return vertex_at(mesh, index);

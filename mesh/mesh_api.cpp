@@ -18,11 +18,25 @@ bool live(const Element *element) noexcept {
 
 // A vertex's position as the mesh sees it, widened to the caller's precision.
 template <class Real>
-int copy_position(const Mesh *mesh, const MeshVertex *vertex, Real position[3]) noexcept {
-    if (vertex == nullptr || position == nullptr) return 0;
-    const float *p = position_seen(mesh, vertex);
+int widen(const float *p, Real position[3]) noexcept {
     for (int axis = 0; axis < 3; ++axis) position[axis] = static_cast<Real>(p[axis]);
     return 1;
+}
+
+// An instance's read, apart: the common read below then needs no stack frame of its own.
+template <class Real>
+[[gnu::noinline]] int copy_seen_by_instance(const Mesh *mesh, const MeshVertex *vertex,
+                                            Real position[3]) noexcept {
+    return widen(position_seen_by_instance(mesh, vertex), position);
+}
+
+template <class Real>
+int copy_position(const Mesh *mesh, const MeshVertex *vertex, Real position[3]) noexcept {
+    if (vertex == nullptr || position == nullptr) return 0;
+    if (mesh != nullptr && mesh->source != nullptr) {
+        return copy_seen_by_instance(mesh, vertex, position);
+    }
+    return widen(stored_position(vertex), position);
 }
 
 }  // namespace
@@ -164,7 +178,7 @@ VX_API int MeshIsEmpty(const Mesh *mesh) {
 }
 
 VX_API Mesh *MeshVertexMesh(const MeshVertex *vertex) {
-    return vertex != nullptr ? vertex->mesh : nullptr;
+    return vertex != nullptr ? owner_of(vertex) : nullptr;
 }
 
 VX_API uint32_t MeshVertexFlags(const MeshVertex *vertex) {

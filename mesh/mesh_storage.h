@@ -23,14 +23,20 @@ class RawBlock {
   public:
     RawBlock() noexcept = default;
     explicit RawBlock(std::size_t bytes) : block_(::operator new(bytes)), bytes_(bytes) {}
+    // A block at a boundary of `align` bytes (a power of two).
+    RawBlock(std::size_t bytes, std::size_t align)
+        : block_(::operator new (bytes, std::align_val_t{align})), bytes_(bytes), align_(align) {}
     ~RawBlock() { reset(); }
     RawBlock(RawBlock &&other) noexcept
-        : block_(std::exchange(other.block_, nullptr)), bytes_(std::exchange(other.bytes_, 0)) {}
+        : block_(std::exchange(other.block_, nullptr)),
+          bytes_(std::exchange(other.bytes_, 0)),
+          align_(std::exchange(other.align_, 0)) {}
     RawBlock &operator=(RawBlock &&other) noexcept {
         if (this != &other) {
             reset();
             block_ = std::exchange(other.block_, nullptr);
             bytes_ = std::exchange(other.bytes_, 0);
+            align_ = std::exchange(other.align_, 0);
         }
         return *this;
     }
@@ -40,23 +46,29 @@ class RawBlock {
     void *get() const noexcept { return block_; }
     std::size_t bytes() const noexcept { return bytes_; }
     void reset() noexcept {
-        if (block_ != nullptr) ::operator delete(block_, bytes_);
+        if (block_ != nullptr && align_ != 0) {
+            ::operator delete (block_, bytes_, std::align_val_t{align_});
+        } else if (block_ != nullptr) {
+            ::operator delete(block_, bytes_);
+        }
         block_ = nullptr;
-        bytes_ = 0;
+        bytes_ = align_ = 0;
     }
     // Gives up ownership without freeing: the memory now belongs to the caller.
     void *forget() noexcept {
-        bytes_ = 0;
+        bytes_ = align_ = 0;
         return std::exchange(block_, nullptr);
     }
     void swap(RawBlock &other) noexcept {
         std::swap(block_, other.block_);
         std::swap(bytes_, other.bytes_);
+        std::swap(align_, other.align_);
     }
 
   private:
     void *block_ = nullptr;
     std::size_t bytes_ = 0;
+    std::size_t align_ = 0;  // 0: the default alignment
 };
 
 // A growable array of trivially copyable values. Growth is prepared, then committed.
@@ -220,129 +232,164 @@ class ElementPool {
     std::size_t live_ = 0;
 };
 
-// The element records of one mesh, in the order they were made, in chunks that never move (so
-// handles stay valid) and are found from a record's number with a shift or two (so a read by
-// index touches the record alone, not a table of pointers first). The first chunks grow from 16
-// blocks to kLargest blocks, a mesh of a few elements taking a few hundred bytes; every later
-// chunk holds kLargest blocks. Records are never given back: elements are deleted by marking.
+// The element records of one mesh, in the order they were made, in blocks that never move (so
+// handles stay valid). Every block starts at a 4 KiB boundary with a small header (the mesh that
+// owns the records, the number of its first record) and holds records after it, at most a page
+// of them: so a record's address alone gives its owner and its number (the block is the address
+// with its low bits cleared), and a record need not carry a pointer to its mesh. The number of a
+// record gives its address from a table of the pages (a pointer per page). The first blocks
+// hold 16, 32, 64 ... records, as many as fit in less than a page, and take only the bytes they
+// hold, so a mesh of a few elements stays small; then come runs of whole pages that grow from
+// one page to kLargestRun pages. Records are never given back: elements are deleted by marking.
+template <class Record>
 class ElementStore {
-    struct ChunkPlace {
-        const char *base;
-        std::size_t chunk;
-    };
-
   public:
-    // The chunk for the next record, when the last chunk is full, and room in the chunk table.
+    static constexpr std::size_t kPage = 4096;
+
+    // The block for the next record, when the last block is full, and room in the tables.
     struct Growth {
-        RawBlock chunk;
-        DenseArray<char *>::Growth table;
-        DenseArray<ChunkPlace>::Growth by_address;
+        RawBlock block;
+        typename DenseArray<char *>::Growth blocks;
+        typename DenseArray<char *>::Growth pages;
     };
 
-    explicit ElementStore(std::size_t block_size) noexcept
-        : block_size_((block_size + 7) / 8 * 8) {}
+    explicit ElementStore(const void *owner) noexcept : owner_(owner) {}
     ~ElementStore() { release(); }
     ElementStore(const ElementStore &) = delete;
     ElementStore &operator=(const ElementStore &) = delete;
 
-    // Makes sure the next take() has a block (raises std::bad_alloc); changes nothing.
+    // Makes sure the next take() has a record (raises std::bad_alloc); changes nothing.
     void prepare(Growth &growth) const {
-        if (size_ < capacity_ || growth.chunk.get() != nullptr) return;
-        chunks_.prepare(growth.table, 1);
-        by_address_.prepare(growth.by_address, 1);
-        growth.chunk = RawBlock(chunk_blocks(chunks_.size()) * block_size_);
+        if (size_ < capacity_ || growth.block.get() != nullptr) return;
+        blocks_.prepare(growth.blocks, 1);
+        pages_.prepare(growth.pages, block_pages(blocks_.size()));
+        growth.block = RawBlock(block_bytes(blocks_.size()), kPage);
     }
-    // Hands out the next record, zero-filled, adopting the prepared chunk if it needs one.
-    void *take(Growth &growth) noexcept {
+    // Hands out the next record, zero-filled, adopting the prepared block if it needs one.
+    Record *take(Growth &growth) noexcept {
         if (size_ == capacity_) {
-            chunks_.commit(growth.table);
-            by_address_.commit(growth.by_address);
-            capacity_ += chunk_blocks(chunks_.size());
-            char *chunk = static_cast<char *>(growth.chunk.forget());
-            chunks_.push_back(chunk);
-            // Kept in address order, for index_of().
-            by_address_.push_back(ChunkPlace{chunk, chunks_.size() - 1});
-            for (std::size_t i = by_address_.size() - 1;
-                 i > 0 && std::less<const char *>()(chunk, by_address_[i - 1].base); --i) {
-                std::swap(by_address_[i - 1], by_address_[i]);
-            }
+            blocks_.commit(growth.blocks);
+            pages_.commit(growth.pages);
+            const std::size_t pages = block_pages(blocks_.size());
+            capacity_ += block_records(blocks_.size());
+            char *block = static_cast<char *>(growth.block.forget());
+            blocks_.push_back(block);
+            for (std::size_t k = 0; k < pages; ++k) pages_.push_back(block + k * kPage);
         }
-        void *block = at(size_++);
-        std::memset(block, 0, block_size_);
-        return block;
+        const std::size_t index = size_++;
+        Record *record = at(index);
+        auto *header = reinterpret_cast<Header *>(page_of(record));
+        if (static_cast<void *>(header + 1) == static_cast<void *>(record)) {
+            header->owner = owner_;
+            header->first = index;
+        }
+        std::memset(static_cast<void *>(record), 0, sizeof(Record));
+        return record;
     }
     // The record made `index`-th (below size()).
-    void *at(std::size_t index) const noexcept {
-        std::size_t chunk, offset;
-        if (index < kGrowing) {
-            const std::size_t n = index + kFirst;
-            chunk = static_cast<std::size_t>(std::bit_width(n)) - kFirstBits - 1;
-            offset = n - (kFirst << chunk);
-        } else {
-            chunk = kGrowingChunks + ((index - kGrowing) >> kLargestBits);
-            offset = (index - kGrowing) & (kLargest - 1);
-        }
-        return chunks_[chunk] + offset * block_size_;
+    Record *at(std::size_t index) const noexcept {
+        std::size_t in_page;
+        return first_of_page(index, in_page) + in_page;
     }
     // The record made `index`-th and, in `count`, how many records from it on lie one after the
-    // other in its chunk (at least one; index below size()): for walks that go in order.
-    void *run(std::size_t index, std::size_t &count) const noexcept {
-        std::size_t chunk, offset;
-        if (index < kGrowing) {
-            const std::size_t n = index + kFirst;
-            chunk = static_cast<std::size_t>(std::bit_width(n)) - kFirstBits - 1;
-            offset = n - (kFirst << chunk);
-        } else {
-            chunk = kGrowingChunks + ((index - kGrowing) >> kLargestBits);
-            offset = (index - kGrowing) & (kLargest - 1);
-        }
-        const std::size_t in_chunk = chunk_blocks(chunk) - offset;
-        count = size_ - index < in_chunk ? size_ - index : in_chunk;
-        return chunks_[chunk] + offset * block_size_;
+    // other in its page (at least one; index below size()): for walks that go in order.
+    Record *run(std::size_t index, std::size_t &count) const noexcept {
+        std::size_t in_page;
+        Record *first = first_of_page(index, in_page);
+        const std::size_t left = page_records(index) - in_page;
+        count = size_ - index < left ? size_ - index : left;
+        return first + in_page;
     }
-    // The number of a record of this store: where it stands in the order of making.
-    std::size_t index_of(const void *record) const noexcept {
-        const char *at = static_cast<const char *>(record);
-        std::size_t lo = 0, n = by_address_.size();
-        while (n > 1) {  // the last chunk that starts at or before the record
-            const std::size_t half = n / 2;
-            if (std::less_equal<const char *>()(by_address_[lo + half].base, at)) lo += half;
-            n -= half;
-        }
-        const ChunkPlace &place = by_address_[lo];
-        return first_index(place.chunk) + static_cast<std::size_t>(at - place.base) / block_size_;
+    // The number of a record of a store: where it stands in its mesh's order of making.
+    static std::size_t index_of(const Record *record) noexcept {
+        const auto at = reinterpret_cast<std::uintptr_t>(record);
+        const std::uintptr_t page = at & ~std::uintptr_t{kPage - 1};
+        return reinterpret_cast<const Header *>(page)->first +
+               (at - page - kHeader) / sizeof(Record);
+    }
+    // The owner given to the store that made a record.
+    static const void *owner_of(const Record *record) noexcept {
+        return reinterpret_cast<const Header *>(page_of(record))->owner;
     }
     std::size_t size() const noexcept { return size_; }
-    std::size_t block_size() const noexcept { return block_size_; }
     void release() noexcept {
-        for (std::size_t c = 0; c < chunks_.size(); ++c) {
-            ::operator delete(static_cast<void *>(chunks_[c]), chunk_blocks(c) * block_size_);
+        for (std::size_t b = 0; b < blocks_.size(); ++b) {
+            ::operator delete (static_cast<void *>(blocks_[b]), block_bytes(b),
+                               std::align_val_t{kPage});
         }
-        chunks_.release();
-        by_address_.release();
+        blocks_.release();
+        pages_.release();
         size_ = capacity_ = 0;
     }
 
   private:
+    struct Header {
+        const void *owner;
+        std::size_t first;
+    };
+    static constexpr std::size_t kHeader = sizeof(Header);
+    static_assert(sizeof(Record) % 8 == 0 && kHeader % 8 == 0);
+    static constexpr std::size_t kPerPage = (kPage - kHeader) / sizeof(Record);
     static constexpr unsigned kFirstBits = 4;
-    static constexpr unsigned kLargestBits = 12;
     static constexpr std::size_t kFirst = std::size_t{1} << kFirstBits;
-    static constexpr std::size_t kLargest = std::size_t{1} << kLargestBits;
-    static constexpr std::size_t kGrowingChunks = kLargestBits - kFirstBits;
-    // Records in the growing chunks: 16 + 32 + ... + kLargest / 2.
-    static constexpr std::size_t kGrowing = kLargest - kFirst;
+    static_assert(kFirst < kPerPage);
+    // The small blocks: 16, 32, ... records while less than a page, kSmall records in all.
+    static constexpr unsigned kSmallBlocks = [] {
+        unsigned n = 0;
+        while ((kFirst << n) < kPerPage) ++n;
+        return n;
+    }();
+    static constexpr std::size_t kSmall = (kFirst << kSmallBlocks) - kFirst;
+    // Then runs of 1, 2, 4, ... pages, and of kLargestRun pages from there on.
+    static constexpr unsigned kGrowingRuns = 6;
+    static constexpr std::size_t kLargestRun = std::size_t{1} << kGrowingRuns;
 
-    static std::size_t chunk_blocks(std::size_t chunk) noexcept {
-        return chunk < kGrowingChunks ? kFirst << chunk : kLargest;
+    static std::size_t block_records(std::size_t block) noexcept {
+        if (block < kSmallBlocks) return kFirst << block;
+        return run_pages(block - kSmallBlocks) * kPerPage;
     }
-    static std::size_t first_index(std::size_t chunk) noexcept {
-        return chunk < kGrowingChunks ? (kFirst << chunk) - kFirst
-                                      : kGrowing + (chunk - kGrowingChunks) * kLargest;
+    static std::size_t block_bytes(std::size_t block) noexcept {
+        if (block < kSmallBlocks) return kHeader + (kFirst << block) * sizeof(Record);
+        return run_pages(block - kSmallBlocks) * kPage;
+    }
+    static std::size_t block_pages(std::size_t block) noexcept {
+        return block < kSmallBlocks ? 1 : run_pages(block - kSmallBlocks);
+    }
+    static std::size_t run_pages(std::size_t run) noexcept {
+        return run < kGrowingRuns ? std::size_t{1} << run : kLargestRun;
+    }
+    // The records that the page of record `index` holds.
+    static std::size_t page_records(std::size_t index) noexcept {
+        if (index < kSmall) {
+            return std::size_t{1} << (std::bit_width(index + kFirst) - 1);
+        }
+        return kPerPage;
+    }
+    // The first record of the page that holds record `index`, and the record's place in it.
+    Record *first_of_page(std::size_t index, std::size_t &in_page) const noexcept {
+        std::size_t page;
+        if (index < kSmall) {
+            const std::size_t n = index + kFirst;
+            page = static_cast<std::size_t>(std::bit_width(n)) - kFirstBits - 1;
+            in_page = n - (kFirst << page);
+        } else {
+            page = kSmallBlocks + (index - kSmall) / kPerPage;
+            in_page = (index - kSmall) % kPerPage;
+        }
+        return reinterpret_cast<Record *>(pages_[page] + kHeader);
+    }
+    static const char *page_of(const Record *record) noexcept {
+        return reinterpret_cast<const char *>(reinterpret_cast<std::uintptr_t>(record) &
+                                              ~std::uintptr_t{kPage - 1});
+    }
+    static char *page_of(Record *record) noexcept {
+        return reinterpret_cast<char *>(reinterpret_cast<std::uintptr_t>(record) &
+                                        ~std::uintptr_t{kPage - 1});
     }
 
-    std::size_t block_size_;
-    DenseArray<char *> chunks_;
-    DenseArray<ChunkPlace> by_address_;  // the same chunks in address order
+    const void *owner_;
+    DenseArray<char *> blocks_;  // as allocated
+    DenseArray<char *> pages_;   // every page of the blocks, in order
     std::size_t size_ = 0;
     std::size_t capacity_ = 0;
 };

@@ -17,4 +17,8 @@ const float *PositionSource::through_layer(const MeshVertex *vertex) const noexc
     return value != nullptr ? value : stored_position(vertex);
 }
 
+const float *position_seen_by_instance(const Mesh *mesh, const MeshVertex *vertex) noexcept {
+    return PositionSource(mesh).get(vertex);
+}
+
 }  // namespace vx::mesh

@@ -41,11 +41,14 @@ class PositionSource {
     const VMap *layer_;
 };
 
+// One vertex's position as an instance sees it (out of line: the rarer case).
+const float *position_seen_by_instance(const Mesh *mesh, const MeshVertex *vertex) noexcept;
+
 // One vertex's position as `mesh` sees it (a vertex, not null): the stored one straight away
 // for a mesh without a source.
 inline const float *position_seen(const Mesh *mesh, const MeshVertex *vertex) noexcept {
     if (mesh == nullptr || mesh->source == nullptr) return stored_position(vertex);
-    return PositionSource(mesh).get(vertex);
+    return position_seen_by_instance(mesh, vertex);
 }
 
 }  // namespace vx::mesh

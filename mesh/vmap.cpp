@@ -291,7 +291,7 @@ struct PositionEdit {
     MeshVertex *vertex;
     float xyz[3];
     void apply(int) noexcept {
-        Mesh *owner = vertex->mesh;
+        Mesh *owner = owner_of(vertex);
         for (int axis = 0; axis < 3; ++axis) std::swap(xyz[axis], vertex->position[axis]);
         // Heard as MeshVertexSet is heard, so caches of positions drop what they hold.
         announce(owner, MESH_CHANGE_VERTICES | MESH_CHANGE_POSITIONS);
@@ -369,7 +369,7 @@ VMap *walk(const Mesh *mesh, std::uint32_t type, Fn fn) noexcept {
 }
 
 const float *position_of(const VMap *map, const MeshVertex *vertex) noexcept {
-    if (!related(map->mesh, vertex->mesh)) return nullptr;
+    if (!related(map->mesh, owner_of(vertex))) return nullptr;
     return vertex->position;
 }
 
@@ -468,7 +468,7 @@ const float *vmap_set(VMap *map, const EntryKey &key, const MeshVertex *vertex,
     require_editable(map);
     if ((map->flags & VMAP_COMPUTED) != 0) return nullptr;
     if (values == nullptr && map->type->dimension != 0) fail(rc::bad_argument, "no values");
-    if (!related(map->mesh, vertex->mesh)) return nullptr;
+    if (!related(map->mesh, owner_of(vertex))) return nullptr;
     if ((map->flags & VMAP_POSITIONS) != 0) {
         if (key.kind != EntryKind::plain) return nullptr;
         auto *target = const_cast<MeshVertex *>(vertex);

@@ -165,7 +165,7 @@ VX_API int VMapUnset(VMap *map, MeshVertex *vertex) {
 VX_API const float *VMapPSet(VMap *map, MeshVertex *vertex, MeshPolygon *polygon,
                              const float *values) {
     if (!live(vertex) || !live(polygon) || map == nullptr) return nullptr;
-    if (polygon->mesh != vertex->mesh && polygon->mesh != map->mesh) return nullptr;
+    if (polygon->mesh != owner_of(vertex) && polygon->mesh != map->mesh) return nullptr;
     return set(map, polygon_key(vertex, polygon), vertex, values);
 }
 
@@ -183,9 +183,10 @@ VX_API int VMapPUnset(VMap *map, MeshVertex *vertex, MeshPolygon *polygon) {
 VX_API const float *VMapESet(VMap *map, MeshVertex *a, MeshVertex *b, const float *values) {
     if ((a == nullptr && b == nullptr) || a == b) return nullptr;
     if ((a != nullptr && !live(a)) || (b != nullptr && !live(b))) return nullptr;
-    if (map != nullptr && a != nullptr && b != nullptr && a->mesh != b->mesh &&
-        a->mesh->source != b->mesh && b->mesh->source != a->mesh) {
-        return nullptr;
+    if (map != nullptr && a != nullptr && b != nullptr) {
+        const Mesh *ma = owner_of(a);
+        const Mesh *mb = owner_of(b);
+        if (ma != mb && ma->source != mb && mb->source != ma) return nullptr;
     }
     return set(map, edge_key(a, b), a != nullptr ? a : b, values);
 }

@@ -100,6 +100,8 @@ std::unique_ptr<Index> pack(const IrrCache &cache) {
             Entry entry = entry_for(index->nodes[kind], keys, begin, end);
             std::copy(corner, corner + 3, entry.corner);
             entry.inverse = std::ldexp(1.0 / cache.edge, std::max(entry.depth, 0));
+            entry.edge = static_cast<float>(std::ldexp(cache.edge, -std::max(entry.depth, 0)));
+            entry.last = std::ldexp(1.0, std::max(entry.depth, 0)) - 1.0;
             index->entries[kind].push_back(std::move(entry));
         }
     }

@@ -35,6 +35,8 @@ struct Entry {
     int depth = -1;                    // the first level holding values; -1: walk from the top
     double corner[3] = {0, 0, 0};      // of the top cell
     double inverse = 0;                // 1 / the edge of cells at `depth` (a power of two)
+    float edge = 0;                    // the edge of cells at `depth`
+    double last = 0;                   // the last cell index along an axis, 2^depth - 1
     std::vector<std::uint64_t> keys;   // cell key + 1, 0 for a free slot
     std::vector<std::uint32_t> nodes;  // the packed node of each key
 };

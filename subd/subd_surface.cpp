@@ -97,7 +97,7 @@ std::int32_t find_index(const Mesh *key, const std::vector<std::int32_t> &by_slo
                         const std::unordered_map<const Element *, std::int32_t> &others,
                         const Element *element) noexcept {
     if (element == nullptr) return -1;
-    if (element->mesh == key) {
+    if (vx::mesh::owner_of(element) == key) {
         const std::uint32_t slot = vx::mesh::slot_of(element);
         return slot < by_slot.size() ? by_slot[slot] : -1;
     }
@@ -109,7 +109,7 @@ template <class Element>
 void set_index(const Mesh *key, std::vector<std::int32_t> &by_slot,
                std::unordered_map<const Element *, std::int32_t> &others, const Element *element,
                std::int32_t index) {
-    if (element->mesh == key) {
+    if (vx::mesh::owner_of(element) == key) {
         const std::uint32_t slot = vx::mesh::slot_of(element);
         if (slot >= by_slot.size()) by_slot.resize(slot + std::size_t{1}, -1);
         by_slot[slot] = index;
@@ -129,7 +129,7 @@ void gather(Surface &s, Mesh *mesh, const PolyType *subd) {
     }
     if (faces.empty()) return;
     s.face_mesh = faces.front()->mesh;
-    s.key_mesh = faces.front()->vertices()[0]->mesh;
+    s.key_mesh = vx::mesh::owner_of(faces.front()->vertices()[0]);
     s.face_by_slot.assign(vx::mesh::polygon_slots(s.face_mesh), -1);
     s.vertex_by_slot.assign(vx::mesh::vertex_slots(s.key_mesh), -1);
     s.face_sizes.reserve(faces.size());
