@@ -475,6 +475,26 @@ TEST(EnvLookupIndex, EvaluationFollowsEveryChangeOfTheKeysAndSettings) {
     UndoSysShutdown();
 }
 
+// An indexed curve computes its slopes when the index is filled after an edit: one evaluation
+// anywhere leaves every key's stored slopes current, as evaluating each segment would.
+TEST(EnvLookupIndex, FillingAfterAnEditWritesEveryComputedSlopeBack) {
+    Envelope *env = EnvCreate(nullptr);
+    Owned e(env);
+    UndoSysSuspend();
+    for (int i = 0; i < 20; ++i) EnvAddKey(env, i * 0.5, (i * 7 % 5) - 2.0);
+    EnvEvaluate(env, 0.25);
+    for (int i = 0; i < 20; ++i) nth_key(env, i)->side[0].slope = 99.0;  // stale
+    EnvKeySetValue(env, nth_key(env, 3), 1.0);
+    UndoSysResume();
+    EnvEvaluate(env, 0.25);
+    const RefCurve ref = capture(env);
+    for (int i = 0; i < 20; ++i) {
+        const auto at = static_cast<std::size_t>(i);
+        EXPECT_DOUBLE_EQ(EnvKeyGetSlopeValue(nth_key(env, i), 0), ref_slope(ref, at, false)) << i;
+        EXPECT_DOUBLE_EQ(nth_key(env, i)->side[1].slope, ref_slope(ref, at, true)) << i;
+    }
+}
+
 // ---- Bounds -------------------------------------------------------------------------------
 
 TEST(EnvBoundsValue, OvershootIsFoundExactly) {
