@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cmath>
+#include <cstddef>
 #include <mutex>
 #include <new>
 
@@ -16,6 +17,20 @@ namespace {
 
 std::atomic<std::uint64_t> next_serial{1};
 
+// A record of an object channel is followed by its value in one block.
+constexpr std::size_t kObjectOffset = (sizeof(ValueRecord) + alignof(value::Value) - 1) /
+                                      alignof(value::Value) * alignof(value::Value);
+constexpr std::size_t kObjectRecordSize = kObjectOffset + sizeof(value::Value);
+
+value::Value *object_beside(ValueRecord *rec) noexcept {
+    return reinterpret_cast<value::Value *>(reinterpret_cast<char *>(rec) + kObjectOffset);
+}
+
+bool holds_object(const ValueType &type) noexcept {
+    const value::Kind kind = value::kind_of(type);
+    return kind != value::Kind::floating && kind != value::Kind::integer;
+}
+
 }  // namespace
 
 Cache::Cache(EvalData &data, CineAction *action, double time, std::uint32_t mode)
@@ -25,6 +40,7 @@ Cache::Cache(EvalData &data, CineAction *action, double time, std::uint32_t mode
       mode_(mode),
       serial_(next_serial.fetch_add(1, std::memory_order_relaxed)),
       records_(sizeof(ValueRecord)),
+      object_records_(kObjectRecordSize),
       objects_(sizeof(value::Value)) {}
 
 Cache::~Cache() {
@@ -32,6 +48,12 @@ Cache::~Cache() {
 }
 
 void Cache::release_record(ValueRecord *rec) noexcept {
+    if (rec->object != nullptr && rec->object == object_beside(rec)) {
+        rec->object->~Value();
+        rec->~ValueRecord();
+        object_records_.free(rec);
+        return;
+    }
     if (rec->object != nullptr) {
         rec->object->~Value();
         objects_.free(rec->object);
@@ -71,7 +93,15 @@ ValueRecord *Cache::find(const ChannelKey &key) const noexcept {
 
 ValueRecord &Cache::record(const ChannelKey &key) {
     if (ValueRecord *found = find(key)) return *found;
-    ValueRecord *rec = new (records_.alloc()) ValueRecord;
+    const cine::ChannelDesc *desc = cine::item_channel(*key.item, key.channel);
+    ValueRecord *rec = nullptr;
+    if (desc != nullptr && holds_object(*desc->value_type)) {
+        void *block = object_records_.alloc();
+        rec = new (block) ValueRecord;
+        rec->object = new (object_beside(rec)) value::Value(*desc->value_type);
+    } else {
+        rec = new (records_.alloc()) ValueRecord;
+    }
     OnFailure give_back([&] { release_record(rec); });
     if (mode_ == 2) {
         std::unique_lock lock(map_lock_);

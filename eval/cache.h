@@ -26,6 +26,7 @@
 #include "foundation/value_type.h"
 
 struct Envelope;
+struct CineModNode;
 
 namespace vx::eval {
 
@@ -67,6 +68,12 @@ struct ValueRecord {
     value::Value *object = nullptr;
     std::uint64_t epoch = 0;       // the cache's epoch when stored
     Envelope *envelope = nullptr;  // the envelope the value came from, without modifiers
+    // The nodes that write the channel, as found in the modifiers' `generation` noted here, so
+    // that a value computed again needs no look-up of them (null when none does); the node
+    // itself when it is the only one.
+    const std::vector<CineModNode *> *writers = nullptr;
+    CineModNode *sole_writer = nullptr;
+    std::uint64_t writers_generation = 0;
 
     // A plain load and store, as storing a value does: a locked exchange would cost more
     // than the rest of dropping a cache's values.
@@ -107,7 +114,9 @@ class Cache {
 
     // The record of a node when the cache has one (valid or not); never allocates.
     ValueRecord *find(const ChannelKey &key) const noexcept;
-    // The record of a node, made when missing. Raises std::bad_alloc.
+    // The record of a node, made when missing; a record of an object channel is made with its
+    // value object beside it, so that reading the value touches one place. Raises
+    // std::bad_alloc.
     ValueRecord &record(const ChannelKey &key);
     // Stores a computed value: (flags & ~6) | 5, plus the animated and modified marks.
     void store(ValueRecord &rec, const Computed &value, const ValueType &type);
@@ -133,7 +142,7 @@ class Cache {
     void forget_item(const CineItem &item) noexcept;
 
     const ValueRecord &time_record() const noexcept { return time_record_; }
-    std::size_t live_records() const noexcept { return records_.live(); }
+    std::size_t live_records() const noexcept { return records_.live() + object_records_.live(); }
 
     // Shared caches: evaluators attached; the in-use flag is set while any is.
     std::int32_t refs = 0;
@@ -158,6 +167,7 @@ class Cache {
     std::uint64_t serial_;
     std::atomic<std::uint64_t> drops_{0};
     BlockPoolMT records_;
+    BlockPoolMT object_records_;  // a record followed by its value object
     BlockPoolMT objects_;
     ValueRecord time_record_;
     std::vector<ItemSlots> slots_;  // by item serial (modes other than 2)

@@ -33,14 +33,13 @@ struct ChannelDesc;
 
 namespace vx::eval {
 
-// One input of a node as its runs see it: what validation found for it (its description and
-// writers) and the record the last run read, so that a run looks nothing up.
+// One input of a node as validation found it: its description and the nodes that write it.
+// What a run reads is the input's record, kept apart (CineModNode::in_records) so that the
+// records of all inputs sit together.
 struct InputRun {
-    const ValueRecord *record = nullptr;                    // what the node reads
     ChannelKey key;                                         // the time node has a null item
     const cine::ChannelDesc *desc = nullptr;                // null for the time node
     const std::vector<::CineModNode *> *writers = nullptr;  // null when no node writes it
-    bool steady = false;  // valid and not depending on the time at the last run
 };
 
 // One output of a node: its type, whether the node is its only writer, and the value the node
@@ -61,7 +60,7 @@ struct OutputRun {
 
 // What a node sees while it evaluates: its inputs and outputs.
 struct CineModEval {
-    const vx::eval::InputRun *inputs = nullptr;
+    const vx::eval::ValueRecord *const *inputs = nullptr;  // the inputs' records
     std::size_t input_count = 0;
     vx::eval::OutputRun *outputs = nullptr;
     std::size_t output_count = 0;
@@ -77,11 +76,16 @@ struct CineModNode {
     std::uint32_t control = 0;
     // The cache (its serial) the inputs' records are in, and its drop count, at the last run:
     // records never move, so the next run in that cache starts from them, and while nothing
-    // has been dropped the steady inputs need not be looked at.
+    // has been dropped only the inputs that depended on the time (`moving`) are looked at.
     std::uint64_t records_of = 0;
     std::uint64_t records_drops = 0;
     // Made by validation for every node that runs. A run fills them in place, so it allocates
     // nothing; they belong to the thread that holds `lock`.
+    // By input, and the inputs that depended on the time at the last run: both in the
+    // modifiers' lists (Modifiers::input_records), beside those of the nodes of nearby items.
+    const vx::eval::ValueRecord **in_records = nullptr;
+    std::uint32_t *moving = nullptr;
+    std::uint32_t moving_count = 0;
     std::vector<vx::eval::InputRun> runs_in;
     std::vector<vx::eval::OutputRun> runs_out;
     std::vector<vx::value::Value> output_objects;
@@ -123,7 +127,15 @@ struct Modifiers {
     std::vector<std::unique_ptr<ModRecord>> records;  // in order of the servers
     std::vector<CineModNode *> made;                  // nodes made by the last validation, in order
     std::vector<CineModNode *> order;  // every linked node that runs, inputs before users
+    // What the nodes' runs keep of their inputs (CineModNode::in_records and moving), one run
+    // of entries per node, laid out by the nodes' items so that the nodes one read runs sit
+    // together. Made by validation.
+    std::vector<const ValueRecord *> input_records;
+    std::vector<std::uint32_t> moving_inputs;
     std::unordered_map<ChannelKey, std::vector<CineModNode *>, ChannelKeyHash> writers;
+    // Advanced whenever `writers` changes: a value record remembers the writers of its channel
+    // with the generation it found them in.
+    std::atomic<std::uint64_t> generation{1};
     // Set by validation, cleared by what invalidates it; read without the lock by the read path.
     std::atomic<bool> validated{false};
 };

@@ -55,12 +55,12 @@ VX_API void CineModSetControl(CineModLinks *links, unsigned int flags) {
 
 VX_API double CineModInput(CineModEval *eval, unsigned int index) {
     if (eval == nullptr || index >= eval->input_count) return 0.0;
-    return eval->inputs[index].record->number;
+    return eval->inputs[index]->number;
 }
 
 VX_API const double *CineModInputMatrix(CineModEval *eval, unsigned int index) {
     if (eval == nullptr || index >= eval->input_count) return nullptr;
-    const vx::value::Value *object = eval->inputs[index].record->object;
+    const vx::value::Value *object = eval->inputs[index]->object;
     if (object == nullptr || vx::value::kind_of(object->type()) != vx::value::Kind::matrix)
         return nullptr;
     return object->get_matrix().data();

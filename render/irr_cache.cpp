@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <memory>
 #include <new>
 
@@ -54,6 +55,8 @@ Block &block_for(IrrCache &cache, Chain &chain, bool &fresh) {
     }
     Block &b = cache.pages->blocks[cache.pages->carved];
     b = Block{};
+    const float none = std::numeric_limits<float>::quiet_NaN();
+    for (float *c : {b.px, b.py, b.pz}) std::fill(c, c + 4, none);
     return b;
 }
 

@@ -16,20 +16,23 @@ struct RadMap;
 namespace vx::irr {
 
 // Four values, each component an array of four floats so that the four are tested at once.
-// What every gather reads of a block (the link, the slots, positions, normals and radii) comes
-// first, in the first two cache lines; what only accepted values need follows.
+// The first cache line holds what the distance test reads (positions and radii), the second
+// what the other tests read of the values it accepts and the block's bookkeeping; what only
+// accepted values need follows. Slots not in use hold positions that are not numbers, which no
+// distance test accepts.
 struct alignas(64) Block {
+    float px[4], py[4], pz[4];
+    float radius[4];
+    float nx[4], ny[4], nz[4];
     Block *next;
     std::uint8_t used;  // slots in use, 1 to 4
     std::uint8_t pass[4];
-    float px[4], py[4], pz[4];
-    float nx[4], ny[4], nz[4];
-    float radius[4];
     float irradiance[3][4];
     float irradiance2[3][4];
     float gradient[3][4];
     float gradient2[3][4];
 };
+static_assert(offsetof(Block, nx) == 64 && sizeof(Block) == 320);
 
 // The blocks of a node's list, oldest first; new values fill the last block.
 struct Chain {

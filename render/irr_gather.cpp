@@ -108,7 +108,7 @@ inline void scan(const Block &b, Gather &g) noexcept {
     const F dx = g.qx - load(b.px), dy = g.qy - load(b.py), dz = g.qz - load(b.pz);
     const F accept = lanes::min_of(lanes::max_of(load(b.radius) * g.half_scales, g.lows), g.highs);
     const F d2 = dx * dx + dy * dy + dz * dz;
-    const unsigned near = lanes_set(d2 < accept * accept) & ((1u << b.used) - 1u);
+    const unsigned near = lanes_set(d2 < accept * accept);  // never a slot not in use
     if (near != 0) weigh(b, near, dx, dy, dz, d2, accept, g);
 }
 
@@ -236,17 +236,18 @@ void walk_range(const Index &index, std::uint32_t begin, std::uint32_t end, Gath
 // axis: their number, or -1 when there are more than 27 and the walk starts from the top node.
 int entry_cells(const Entry &entry, Gather &g, std::uint64_t lo[3], std::uint64_t hi[3]) {
     // The margin in cells, with some slack: the walk tests each node found exactly.
-    const auto edge = static_cast<float>(1.0 / entry.inverse);
-    const double reach = static_cast<double>(margin(g, edge)) * entry.inverse + 1e-6;
-    const double last = std::ldexp(1.0, entry.depth) - 1.0;
+    const double reach = static_cast<double>(margin(g, entry.edge)) * entry.inverse + 1e-6;
     std::uint64_t cells = 1;
     for (int axis = 0; axis < 3; ++axis) {
         const double x = (static_cast<double>(g.q[axis]) - entry.corner[axis]) * entry.inverse;
-        const double low = std::max(0.0, std::ceil(x - 1.0 - reach));
-        const double high = std::min(last, std::floor(x + reach));
-        if (!(low <= high)) return 0;  // also for a point that is not a number
-        lo[axis] = static_cast<std::uint64_t>(low);
-        hi[axis] = static_cast<std::uint64_t>(high);
+        const double low = x - 1.0 - reach, high = x + reach;
+        if (!(high >= 0.0 && low <= entry.last)) return 0;  // also for a point not a number
+        lo[axis] = 0;
+        if (low > 0.0) {  // rounded up
+            lo[axis] = static_cast<std::uint64_t>(low);
+            lo[axis] += static_cast<double>(lo[axis]) < low ? 1 : 0;
+        }
+        hi[axis] = static_cast<std::uint64_t>(std::min(high, entry.last));
         cells *= hi[axis] - lo[axis] + 1;
         if (cells > 27) return -1;
     }
@@ -262,12 +263,12 @@ void walk(const Index &index, Gather &g) noexcept {
             walk_range(index, entry.begin, entry.end, g);
             continue;
         }
-        const std::size_t mask = entry.keys.size() - 1;
+        const std::size_t mask = entry.slots.size() - 1;
         const auto visit = [&](std::uint64_t key) {
-            for (std::size_t slot = cell_slot(key, mask); entry.keys[slot] != 0;
+            for (std::size_t slot = cell_slot(key, mask); entry.slots[slot].key != 0;
                  slot = (slot + 1) & mask) {
-                if (entry.keys[slot] != key + 1) continue;
-                const std::uint32_t node = entry.nodes[slot];
+                if (entry.slots[slot].key != key + 1) continue;
+                const std::uint32_t node = entry.slots[slot].node;
                 walk_range(index, node, nodes[node].end, g);
                 return;
             }

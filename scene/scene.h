@@ -60,15 +60,16 @@ struct CineItem {
     // order they were added.
     std::vector<vx::cine::PackageEntry> chain;
     std::uint32_t channel_count = 0;
+    // A small number unique among the live items of the scene, for per-item slots in caches;
+    // reused only after the item has left the scene for good. Beside the type, which is read
+    // with it on every evaluated read.
+    std::uint32_t serial = 0;
     std::string ident;  // identity string, unique in the scene
     std::string name;   // empty: no name of its own
     bool has_name = false;
     std::string unique;  // cached unique name; valid when has_unique
     bool has_unique = false;
     std::uint32_t name_index = vx::cine::kNoIndex;
-    // A small number unique among the live items of the scene, for per-item slots in caches;
-    // reused only after the item has left the scene for good.
-    std::uint32_t serial = 0;
     bool in_scene = false;  // false while undo has taken the item out
     std::vector<vx::cine::ItemTag> tags;
     void *object = nullptr;  // the item's component object of class "item"

@@ -292,24 +292,43 @@ TEST(ColorHsv, AnyHueIsTakenModuloATurn) {
     }
 }
 
-// ---- Hue and saturation ----
+// ---- Every variant against its formula ----
 
-TEST(RenderHueSat, EveryVariantFollowsTheFormulas) {
-    std::mt19937 rng(11);
+// Each variant of a table over random settings and the test pixels, against the formula for
+// the switches it stands for; float arithmetic against double, relative to the size of the
+// terms.
+template <class Variant, std::size_t N, class Formula>
+void expect_variants_follow(const Variant (&variants)[N], unsigned seed, double tolerance,
+                            Formula formula) {
+    std::mt19937 rng(seed);
     const std::vector<float> px = pixels(300, false);
     for (int round = 0; round < 20; ++round) {
         const RenderOutputSettings s = busy(rng);
-        for (const HueSatCase &v : kHueSat) {
+        for (const Variant &v : variants) {
             for (std::size_t i = 0; i < px.size(); i += 3) {
                 float out[3];
                 v.fn(&s, &px[i], out);
-                expect_near_rgb(
-                    out, ref_hue_sat(Ref(s), v.hue, v.sat, v.col, {px[i], px[i + 1], px[i + 2]}),
-                    v.name);
+                const Rgb want = formula(Ref(s), v, Rgb{px[i], px[i + 1], px[i + 2]});
+                const double w[3] = {want.r, want.g, want.b};
+                for (int c = 0; c < 3; ++c) {
+                    EXPECT_NEAR(out[c], w[c], tolerance * std::max(1.0, std::fabs(w[c])))
+                        << v.name << " component " << c;
+                }
             }
         }
     }
 }
+
+TEST(RenderPixelOps, EveryVariantFollowsTheFormulas) {
+    expect_variants_follow(kHueSat, 11, 2e-5, [](const Ref &st, const HueSatCase &v, Rgb c) {
+        return ref_hue_sat(st, v.hue, v.sat, v.col, c);
+    });
+    expect_variants_follow(kLevels, 13, 1e-4, [](const Ref &st, const LevelCase &v, Rgb c) {
+        return ref_levels(st, v.bw, v.comp, c);
+    });
+}
+
+// ---- Hue and saturation ----
 
 TEST(RenderHueSat, TheGeneralFunctionAppliesTheVariantTheSwitchesCallFor) {
     std::mt19937 rng(5);
@@ -374,26 +393,6 @@ TEST(RenderHueSat, EdgeCases) {
 }
 
 // ---- Levels ----
-
-TEST(RenderLevels, EveryVariantFollowsTheFormulas) {
-    std::mt19937 rng(13);
-    const std::vector<float> px = pixels(300, false);
-    for (int round = 0; round < 20; ++round) {
-        const RenderOutputSettings s = busy(rng);
-        for (const LevelCase &v : kLevels) {
-            for (std::size_t i = 0; i < px.size(); i += 3) {
-                float out[3];
-                v.fn(&s, &px[i], out);
-                const Rgb want = ref_levels(Ref(s), v.bw, v.comp, {px[i], px[i + 1], px[i + 2]});
-                const double w[3] = {want.r, want.g, want.b};
-                for (int c = 0; c < 3; ++c) {
-                    // Float arithmetic against double: relative to the size of the terms.
-                    EXPECT_NEAR(out[c], w[c], 1e-4 * std::max(1.0, std::fabs(w[c]))) << v.name;
-                }
-            }
-        }
-    }
-}
 
 TEST(RenderLevels, BlackPixelsAndTheTwoFloors) {
     std::mt19937 rng(17);
