@@ -512,6 +512,21 @@ Mapped extend(Envelope &env, EnvKey &first, EnvKey &last, double time) noexcept 
 
 // ---- Evaluation from the index --------------------------------------------------------------
 
+// A weighted segment's cubics, and the guess of its parameter at a time: interpolated through
+// the parameters that the search finds at a third and two thirds of the span.
+BezierData bezier_data(const Bezier &b, double span) noexcept {
+    BezierData data{{b.ax, b.bx, b.cx}, {b.ay, b.by, b.cy}, {1.0, 0.0, 0.0}, 1.0 / span};
+    const auto at = [&](double fraction) {
+        return bisect_cubic(b.ax, b.bx, b.cx, b.x0, b.x0 + fraction * span, fraction, 2).u;
+    };
+    const double u1 = at(1.0 / 3.0);
+    const double u2 = at(2.0 / 3.0);
+    data.guess[0] = 3.0 * u1;
+    data.guess[1] = 4.5 * (u2 - 2.0 * u1);
+    data.guess[2] = 4.5 * (1.0 - 3.0 * (u2 - u1));
+    return data;
+}
+
 // Fills the index's segments from the keys: the values, shapes and slopes (written back into
 // the keys, as evaluating each segment would) or Bezier cubics that the segment's value is
 // computed from, with the same arithmetic as from the keys.
@@ -548,7 +563,7 @@ void fill_segments(Envelope &env, LookupIndex &index) noexcept {
                 seg.shape = SegmentShape::bezier;
                 const Bezier b =
                     bezier_of(k, n, slope_of<Int>(env, k, true), slope_of<Int>(env, n, false));
-                index.beziers[i] = BezierData{{b.ax, b.bx, b.cx}, {b.ay, b.by, b.cy}};
+                index.beziers[i] = bezier_data(b, seg.n_time - seg.k_time);
                 break;
             }
         }
@@ -585,24 +600,33 @@ void fill_segments(Envelope &env, LookupIndex &index) noexcept {
     return segments_current(env) || fill_index(env);
 }
 
-// The weighted segment from key i of the index at a time inside it. The search for u starts as
-// bezier_value's does.
+// The weighted segment from key i of the index at a time inside it. The search for u starts
+// where bezier_value's does during playback (one Newton step from there), else from the
+// segment's guess.
 [[gnu::noinline]] double indexed_bezier(Envelope &env, std::size_t i, double time) noexcept {
     const LookupIndex &index = *env.index;
     const SegmentData &seg = index.segments[i];
     const BezierData &b = index.beziers[i];
     const EnvKey *k = index.keys[i];
     const std::uint64_t stamp = revision(env);
-    double guess;
-    int steps;
+    Solved solved;
     if (env.solved_key == k && env.solved_edits == stamp && env.solved_slope > 0.0) {
-        guess = env.solved_u + (time - env.solved_time) / env.solved_slope;
-        steps = 1;
+        const double guess = env.solved_u + (time - env.solved_time) / env.solved_slope;
+        solved = bisect_cubic(b.x[0], b.x[1], b.x[2], seg.k_time, time, guess, 1);
     } else {
-        guess = (time - seg.k_time) / (seg.n_time - seg.k_time);
-        steps = 2;
+        // One Halley step from the segment's guess: its error cubed, where a Newton step
+        // would leave it squared.
+        const double f = (time - seg.k_time) * b.inverse_span;
+        double u = f * (b.guess[0] + (f - 1.0 / 3.0) * (b.guess[1] + (f - 2.0 / 3.0) * b.guess[2]));
+        u = u > 0.0 ? (u < 1.0 ? u : 1.0) : 0.0;  // also turns NaN into 0
+        const double miss = ((b.x[0] * u + b.x[1]) * u + b.x[2]) * u + seg.k_time - time;
+        const double slope = (3.0 * b.x[0] * u + 2.0 * b.x[1]) * u + b.x[2];
+        const double bend = 6.0 * b.x[0] * u + 2.0 * b.x[1];
+        const double denominator = 2.0 * slope * slope - miss * bend;
+        if (slope > 0.0 && denominator > 0.0) u -= 2.0 * miss * slope / denominator;
+        solved = bisect_cubic(b.x[0], b.x[1], b.x[2], seg.k_time, time, u, 0);
+        solved.slope = slope;
     }
-    const Solved solved = bisect_cubic(b.x[0], b.x[1], b.x[2], seg.k_time, time, guess, steps);
     env.solved_key = k;
     env.solved_edits = stamp;
     env.solved_time = time;

@@ -34,11 +34,15 @@ struct alignas(64) SegmentData {
     SegmentShape shape;
 };
 
-// The time and value cubics of a weighted segment, {ax, bx, cx} and {ay, by, cy}; their
-// constant terms are the key's time and the segment's start.
+// The time and value cubics of a weighted segment, {ax, bx, cx} and {ay, by, cy}, whose
+// constant terms are the key's time and the segment's start; and where to start looking for
+// the parameter at a time: the cubic in the time's fraction f of the span through the
+// parameters at f = 0, 1/3, 2/3 and 1, f·(g0 + (f − 1/3)·(g1 + (f − 2/3)·g2)).
 struct BezierData {
     double x[3];
     double y[3];
+    double guess[3];
+    double inverse_span;
 };
 
 // The index: the keys and their times in list order, a bucket table over the keyed time range

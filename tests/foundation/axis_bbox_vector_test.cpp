@@ -1,8 +1,5 @@
 // Axis tests, bounding boxes and the vector helpers the polygon tests stand on.
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <limits>
+#include "foundation/foundation_fixture.h"
 
 #include <vexor/axis.h>
 #include <vexor/bbox.h>

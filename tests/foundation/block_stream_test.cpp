@@ -1,27 +1,19 @@
 // Block streams where they can go wrong: the byte layout, nesting and skipping, reads at block
 // ends, files large enough to flush and to move the read window, writer failures that must
 // stick, and readers fed truncated, overlong, overdeep and lying streams.
-#include <gtest/gtest.h>
+#include "foundation/foundation_fixture.h"
 
-#include <algorithm>
-#include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <initializer_list>
 #include <iterator>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include <unistd.h>
 
 #include <vexor/block.h>
 
 #include "foundation/block_stream.h"
-#include "foundation/failure.h"
-#include "support/alloc_injection.h"
 
 namespace vx {
 namespace {
@@ -328,7 +320,7 @@ TEST(BlockWriting, RefusedWritesABlockLeftOpenAndNoMemoryFailTheWriterForGood) {
 
     // Running out of memory fails the writer too, and leaks nothing.
     const std::vector<unsigned> values(100000, 5u);
-    const std::int64_t baseline = test::alloc_counts().live_blocks;
+    const std::int64_t baseline = test::live_blocks();
     w.reset(BlkWriterOpenMemory());
     ASSERT_EQ(BlkWriteBlock(w.get(), 1), 1);
     {
@@ -338,7 +330,7 @@ TEST(BlockWriting, RefusedWritesABlockLeftOpenAndNoMemoryFailTheWriterForGood) {
     }
     EXPECT_EQ(BlkWriteEnd(w.get()), 0);
     EXPECT_EQ(BlkWriterClose(w.release()), 0);
-    EXPECT_EQ(test::alloc_counts().live_blocks, baseline);
+    EXPECT_EQ(test::live_blocks(), baseline);
 }
 
 TEST(BlockWriting, NestingIsBoundedAtTheDepthEveryReaderAccepts) {

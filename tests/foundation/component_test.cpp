@@ -1,18 +1,11 @@
 // Component objects through the C interface: defining classes and interfaces, looking
 // interfaces up by GUID text, reference counts, running out of memory, and threads racing to
 // define the same class.
-#include <gtest/gtest.h>
+#include "foundation/foundation_fixture.h"
 
-#include <atomic>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <vexor/failure.h>
 #include <vexor/sys/component.h>
 
 #include "foundation/component.h"
-#include "support/alloc_injection.h"
 
 namespace vx {
 namespace {
@@ -204,7 +197,7 @@ TEST(Component, TheLastReleaseDestroysAndFreesExactlyOnce) {
     EXPECT_EQ(destroyed, 0);
     EXPECT_EQ(XObjectRelease(counter), 0u);
     EXPECT_EQ(destroyed, 1);
-    EXPECT_EQ(test::alloc_counts().live_blocks, live.live_blocks);
+    EXPECT_EQ(test::live_blocks(), live.live_blocks);
     EXPECT_EQ(test::alloc_counts().live_bytes, live.live_bytes);
 
     EXPECT_EQ(XObjectAddRef(nullptr), 0u);
@@ -255,7 +248,7 @@ TEST(Component, AllocationFailuresReturnNoMemoryAndLeaveNothing) {
     }
     EXPECT_EQ(com::find_class("test.never"), nullptr);
     EXPECT_EQ(com::interface_count(*com::find_class("test.counter")), 2u);
-    EXPECT_EQ(test::alloc_counts().live_blocks, live.live_blocks);
+    EXPECT_EQ(test::live_blocks(), live.live_blocks);
 }
 
 TEST(Component, ThreadsRacingToDefineAClassRegisterItOnce) {

@@ -1,13 +1,9 @@
 // The edit frame on a small object: forms A and B, compound and nested edits, the state each
 // record is freed in, change notes through undo and redo, and failures inside the frame.
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
+#include "foundation/foundation_fixture.h"
 
 #include "foundation/edit_frame.h"
 #include "foundation/undo.h"
-#include "support/alloc_injection.h"
 #include "support/toy_shelf.h"
 
 namespace vx {
@@ -68,24 +64,24 @@ TEST_F(EditFrame, ARemovedElementLivesWhileItsRemovalCanBeUndone) {
     ShelfItem *item = test::shelf_insert(shelf, nullptr, 1);
     test::shelf_insert(shelf, item, 2);
     UndoSysClear();
-    const auto live = test::alloc_counts().live_blocks;
+    const auto live = test::live_blocks();
 
     test::shelf_remove(shelf, item);  // recorded: the item stays allocated
     EXPECT_EQ(shelf.snapshot(), "label 0: 2");
-    EXPECT_EQ(test::alloc_counts().live_blocks, live + 2) << "the record and its history entry";
+    EXPECT_EQ(test::live_blocks(), live + 2) << "the record and its history entry";
     UndoSysUndo();
     EXPECT_EQ(shelf.snapshot(), "label 0: 1 2");
     UndoSysClear();  // dropped while undone: the item is back in the shelf and not freed
     EXPECT_EQ(shelf.snapshot(), "label 0: 1 2");
-    EXPECT_EQ(test::alloc_counts().live_blocks, live);
+    EXPECT_EQ(test::live_blocks(), live);
 
     test::shelf_remove(shelf, shelf.head);
     UndoSysClear();  // dropped in effect: the item goes with the record
-    EXPECT_EQ(test::alloc_counts().live_blocks, live - 1);
+    EXPECT_EQ(test::live_blocks(), live - 1);
 
     UndoSysEnable(false);  // not recording: freed when the edit ends
     test::shelf_remove(shelf, shelf.head);
-    EXPECT_EQ(test::alloc_counts().live_blocks, live - 2);
+    EXPECT_EQ(test::live_blocks(), live - 2);
     EXPECT_EQ(shelf.size(), 0);
 }
 
@@ -105,14 +101,14 @@ TEST_F(EditFrame, NestedEditsRecordTheirOwnStepsAndFailTogether) {
     // Fail the nested set: the insertion already made is taken back with it.
     UndoSysRedo();
     const std::string before = shelf.snapshot();
-    const auto live = test::alloc_counts().live_blocks;
+    const auto live = test::live_blocks();
     const auto steps = UndoSysUndoCount();
     {
         test::FailAllocation fail(4);  // the insert's item, slot and record come first
         EXPECT_THROW(add_then_set(), std::bad_alloc);
     }
     EXPECT_EQ(shelf.snapshot(), before);
-    EXPECT_EQ(test::alloc_counts().live_blocks, live);
+    EXPECT_EQ(test::live_blocks(), live);
     EXPECT_EQ(UndoSysUndoCount(), steps);
     EXPECT_TRUE(UndoSysCanUndo());
 }

@@ -1,10 +1,6 @@
 // Link graphs: ordered forward and reverse links, channel nodes, and undoable link edits that
 // leave nothing behind when they fail.
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <new>
-#include <string>
+#include "foundation/foundation_fixture.h"
 
 #include "foundation/link_graph.h"
 #include "foundation/undo.h"

@@ -1,23 +1,17 @@
 // Logging where it can go wrong: channels switched by name, by "all" and by the VEXOR_DEBUG
 // list, the level log, the exact failure line, long lines, allocation, and the sink under
 // re-entry and threads.
-#include <gtest/gtest.h>
+#include "foundation/foundation_fixture.h"
 
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <mutex>
 #include <ostream>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include <vexor/log.h>
 
 #include "foundation/log.h"
-#include "support/alloc_injection.h"
 
 namespace vx::log {
 namespace {

@@ -1,11 +1,8 @@
 // 4x4 matrix maths: the row-vector convention, inverses, the six rotation orders and the split
 // into scale, rotation and position, checked against matrices worked out by hand.
-#include <gtest/gtest.h>
+#include "foundation/foundation_fixture.h"
 
 #include <vexor/matrix4.h>
-
-#include <array>
-#include <cmath>
 
 namespace {
 

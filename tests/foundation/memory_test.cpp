@@ -1,30 +1,17 @@
 // Memory where it can go wrong: zero fill of reused memory, alignment, blocks that overlap or
 // are handed out twice, growth that fails, leaks, and the shared pool under threads.
-#include <gtest/gtest.h>
+#include "foundation/foundation_fixture.h"
 
-#include <algorithm>
-#include <atomic>
-#include <cstdint>
-#include <cstring>
-#include <new>
-#include <thread>
-#include <vector>
-
-#include <vexor/failure.h>
 #include <vexor/memory.h>
 
-#include "foundation/failure.h"
 #include "foundation/memory.h"
-#include "support/alloc_injection.h"
 
 namespace vx {
 namespace {
 
-constexpr std::size_t kAlign = alignof(std::max_align_t);
+using test::live_blocks;
 
-std::int64_t live_blocks() {
-    return test::alloc_counts().live_blocks;
-}
+constexpr std::size_t kAlign = alignof(std::max_align_t);
 
 bool all_zero(const void *block, std::size_t size) {
     const auto *bytes = static_cast<const unsigned char *>(block);

@@ -1,12 +1,8 @@
 // Plane fits, the stepwise sort, 2D matrices, angles and tolerant comparison.
-#include <gtest/gtest.h>
+#include "foundation/foundation_fixture.h"
 
-#include <algorithm>
-#include <array>
-#include <cmath>
 #include <numeric>
 #include <random>
-#include <vector>
 
 #include <vexor/matrix2d.h>
 #include <vexor/plane_fit.h>

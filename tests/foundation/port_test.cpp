@@ -1,25 +1,18 @@
 // Ports where they can go wrong: the list changing under a delivery (detach of the running
 // listener and of others, attach, destroy), nested notification, failing listeners, global
 // ports shared by name and by threads, and running out of memory.
-#include <gtest/gtest.h>
+#include "foundation/foundation_fixture.h"
 
-#include <atomic>
-#include <functional>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <vexor/failure.h>
 #include <vexor/port.h>
 
-#include "foundation/failure.h"
 #include "foundation/log.h"
 #include "foundation/port.h"
-#include "support/alloc_injection.h"
 
 // Calls are qualified: the C functions of the same names are found too, through Port.
 namespace vx {
 namespace {
+
+using test::live_blocks;
 
 using Trace = std::vector<std::string>;
 Trace trace;  // every call as "<probe>:<code>"
@@ -45,10 +38,6 @@ void probe_listener(void *client, void *, std::uint32_t code, void *) {
 
 void attach(Port *port, Probe &probe, PortFilter filter = nullptr) {
     probe.id = vx::PortAttach(port, probe_listener, &probe, filter);
-}
-
-std::int64_t live_blocks() {
-    return test::alloc_counts().live_blocks;
 }
 
 class Ports : public ::testing::Test {

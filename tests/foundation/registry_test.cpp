@@ -1,12 +1,8 @@
 // The registry of servers through the C interface: registration by class and name, tags,
 // enumeration, watchers of a class, server objects from factories, and the reference-counted
 // start and stop.
-#include <gtest/gtest.h>
+#include "foundation/foundation_fixture.h"
 
-#include <string>
-#include <vector>
-
-#include <vexor/failure.h>
 #include <vexor/host.h>
 
 namespace {

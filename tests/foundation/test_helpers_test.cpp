@@ -1,12 +1,10 @@
 // The atomicity and undo property helpers, proven on the toy shelf: they pass on edits that
 // are right, and they catch the faults they exist for.
-#include <gtest/gtest-spi.h>
-#include <gtest/gtest.h>
+#include "foundation/foundation_fixture.h"
 
-#include <functional>
+#include <gtest/gtest-spi.h>
+
 #include <iterator>
-#include <memory>
-#include <string>
 
 #include "foundation/guard.h"
 #include "foundation/undo.h"

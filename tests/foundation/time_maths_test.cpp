@@ -1,13 +1,9 @@
 // The frame rate and the Hermite basis the curves are built on.
-#include <gtest/gtest.h>
+#include "foundation/foundation_fixture.h"
 
-#include <limits>
-
-#include <vexor/failure.h>
 #include <vexor/maths.h>
 #include <vexor/time.h>
 
-#include "foundation/failure.h"
 #include "foundation/maths.h"
 #include "foundation/time.h"
 

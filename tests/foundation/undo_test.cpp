@@ -1,18 +1,13 @@
 // The undo system where it can go wrong: order within a step, grouping, dropping records in
 // each state, the limit, suspension, threads, and failures while applying.
-#include <gtest/gtest.h>
+#include "foundation/foundation_fixture.h"
 
 #include <initializer_list>
 #include <stdexcept>
-#include <string>
-#include <thread>
-#include <vector>
 
-#include <vexor/failure.h>
 #include <vexor/undo.h>
 
 #include "foundation/undo.h"
-#include "support/alloc_injection.h"
 
 namespace vx {
 namespace {

@@ -1,14 +1,9 @@
 // Value types: look-up by storage and name, defaults, conversion between kinds, export as
 // text, and text hints.
-#include <gtest/gtest.h>
+#include "foundation/foundation_fixture.h"
 
-#include <cstring>
-#include <utility>
-
-#include <vexor/failure.h>
 #include <vexor/value.h>
 
-#include "foundation/failure.h"
 #include "foundation/value_type.h"
 
 namespace vx::value {

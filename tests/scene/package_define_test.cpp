@@ -10,6 +10,7 @@
 #include "scene/channel_desc.h"
 #include "scene/package_registry.h"
 #include "support/alloc_injection.h"
+#include "support/in_order.h"
 
 namespace vx::test {
 namespace {
@@ -66,10 +67,9 @@ TEST_F(Definitions, DefinedTypesTakeSupersByCodeFixedCodesAndHostSupers) {
     EXPECT_EQ(CineDefineType(0, 20, "camera"), 101u);
     // An unknown super code makes a root type.
     EXPECT_EQ(CineDefineType(0, 77, "light"), 102u);
-    EXPECT_EQ(CineLookupSuper(101), 20u);
-    EXPECT_EQ(CineLookupSuper(20), 3u);
-    EXPECT_EQ(CineLookupSuper(102), 0u);
-    EXPECT_EQ(CineTypeCommonAncestor(101, 20), 20u);
+    EXPECT_EQ(in_order({CineLookupSuper(101), CineLookupSuper(20), CineLookupSuper(102),
+                        CineTypeCommonAncestor(101, 20)}),
+              (Ints{20, 3, 0, 20}));
 }
 
 TEST_F(Definitions, ADefinitionThatRunsOutOfMemoryLeavesNoServerOrRecord) {

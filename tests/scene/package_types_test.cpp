@@ -7,6 +7,7 @@
 
 #include "package_fixture.h"
 #include "support/alloc_injection.h"
+#include "support/in_order.h"
 
 namespace vx::test {
 namespace {
@@ -95,14 +96,10 @@ class Hierarchy : public PackageTest {
 };
 
 TEST_F(Hierarchy, SupersAreResolvedFirstAndLinkTheChain) {
-    EXPECT_EQ(item, 101u);
-    EXPECT_EQ(locator, 102u);
-    EXPECT_EQ(camera, 103u);
-    EXPECT_EQ(mesh, 104u);
+    EXPECT_EQ(in_order({item, locator, camera, mesh}), (Ints{101, 102, 103, 104}));
     EXPECT_EQ(resolved, (std::vector<std::string>{"item", "locator", "camera", "mesh", "clip"}));
-    EXPECT_EQ(CineLookupSuper(camera), locator);
-    EXPECT_EQ(CineLookupSuper(locator), item);
-    EXPECT_EQ(CineLookupSuper(item), 0u);
+    EXPECT_EQ(in_order({CineLookupSuper(camera), CineLookupSuper(locator), CineLookupSuper(item)}),
+              (Ints{locator, item, 0}));
     ASSERT_EQ(CineSubTypeCount(locator), 2u);
     EXPECT_STREQ(CineSubTypeName(locator, 0), "camera");
     EXPECT_STREQ(CineSubTypeName(locator, 1), "mesh");
@@ -111,16 +108,15 @@ TEST_F(Hierarchy, SupersAreResolvedFirstAndLinkTheChain) {
 }
 
 TEST_F(Hierarchy, TypeTestsAndCommonAncestorsWalkTheSuperChain) {
-    EXPECT_EQ(CineTypeTest(camera, camera), 1);
-    EXPECT_EQ(CineTypeTest(camera, item), 1);
-    EXPECT_EQ(CineTypeTest(item, camera), 0);
-    EXPECT_EQ(CineTypeTest(camera, mesh), 0);
-    EXPECT_EQ(CineTypeTest(camera, clip), 0);
-    EXPECT_EQ(CineTypeCommonAncestor(camera, mesh), locator);
-    EXPECT_EQ(CineTypeCommonAncestor(camera, locator), locator);
-    EXPECT_EQ(CineTypeCommonAncestor(item, camera), item);
-    EXPECT_EQ(CineTypeCommonAncestor(camera, camera), camera);
-    EXPECT_EQ(CineTypeCommonAncestor(camera, clip), 0u);
+    EXPECT_EQ(in_order({CineTypeTest(camera, camera), CineTypeTest(camera, item),
+                        CineTypeTest(item, camera), CineTypeTest(camera, mesh),
+                        CineTypeTest(camera, clip)}),
+              (Ints{1, 1, 0, 0, 0}));
+    EXPECT_EQ(
+        in_order({CineTypeCommonAncestor(camera, mesh), CineTypeCommonAncestor(camera, locator),
+                  CineTypeCommonAncestor(item, camera), CineTypeCommonAncestor(camera, camera),
+                  CineTypeCommonAncestor(camera, clip)}),
+        (Ints{locator, locator, item, camera, 0}));
 }
 
 TEST_F(Hierarchy, UnknownNamesAndCodesGiveTheDocumentedAnswers) {
@@ -128,17 +124,15 @@ TEST_F(Hierarchy, UnknownNamesAndCodesGiveTheDocumentedAnswers) {
     EXPECT_EQ(CineLookupType(nullptr), CINE_TYPE_NONE);
     EXPECT_EQ(CinePackageFind("nothing"), nullptr);
     for (std::uint32_t code : {0u, 99u, 999u, CINE_TYPE_NONE}) {
-        EXPECT_EQ(CineTypeName(code), nullptr);
-        EXPECT_EQ(CineLookupSuper(code), 0u);
-        EXPECT_EQ(CineTypeTest(code, code), 0);
-        EXPECT_EQ(CineTypeTest(code, item), 0);
-        EXPECT_EQ(CineTypeCommonAncestor(code, item), 0u);
-        EXPECT_EQ(CineSubTypeCount(code), 0u);
-        EXPECT_EQ(CineTypeGetTag(code, "super", 1), nullptr);
-        EXPECT_EQ(CineTypeIsMask(code), 0);
+        EXPECT_EQ(in_order({CineTypeName(code), CineTypeGetTag(code, "super", 1)}),
+                  (Ptrs{nullptr, nullptr}));
+        EXPECT_EQ(in_order({CineLookupSuper(code), CineTypeTest(code, code),
+                            CineTypeTest(code, item), CineTypeCommonAncestor(code, item),
+                            CineSubTypeCount(code), CineTypeIsMask(code)}),
+                  (Ints{0, 0, 0, 0, 0, 0}))
+            << code;
     }
-    EXPECT_EQ(CineTypeCreateOK(0), 1);
-    EXPECT_EQ(CineTypeConvertOK(0), 1);
+    EXPECT_EQ(in_order({CineTypeCreateOK(0), CineTypeConvertOK(0)}), (Ints{1, 1}));
 }
 
 TEST_F(Types, AnUnknownSuperFailsResolutionCleanlyAndCanBeRetried) {
@@ -238,15 +232,13 @@ TEST_F(Types, ATagForACodeNotYetResolvedGoesToTheServerWithThatFixedCode) {
     // Tagging by code does not need the package resolved first.
     ASSERT_EQ(CineTypeAddTag(12, "pkg.createCmd", "-"), 1);
     EXPECT_STREQ(ServerGetInfoTag(legacy, "pkg.createCmd"), "-");
-    EXPECT_EQ(CineTypeCreateOK(12), 0);
-    EXPECT_EQ(CineTypeConvertOK(12), 1);
+    EXPECT_EQ(in_order({CineTypeCreateOK(12), CineTypeConvertOK(12)}), (Ints{0, 1}));
 }
 
 TEST_F(Hierarchy, MaskTypesAndCommandPermissionsComeFromTags) {
     ServerAddTag(HostLookupServer("package", "locator"), "isMaskItem", "");
     ServerAddTag(HostLookupServer("package", "clip"), "pkg.convertCmd", "-");
-    EXPECT_EQ(CineTypeIsMask(camera), 1);
-    EXPECT_EQ(CineTypeIsMask(item), 0);
+    EXPECT_EQ(in_order({CineTypeIsMask(camera), CineTypeIsMask(item)}), (Ints{1, 0}));
     const std::uint32_t *masks = CineMaskTypes();
     EXPECT_EQ(array_of(masks), (std::vector<std::uint32_t>{locator}));
     // Built once: a later tag shows in CineTypeIsMask, and the array handed out stays put.
@@ -254,9 +246,9 @@ TEST_F(Hierarchy, MaskTypesAndCommandPermissionsComeFromTags) {
     EXPECT_EQ(CineTypeIsMask(clip), 1);
     EXPECT_EQ(CineMaskTypes(), masks);
     EXPECT_EQ(array_of(masks), (std::vector<std::uint32_t>{locator}));
-    EXPECT_EQ(CineTypeConvertOK(clip), 0);
-    EXPECT_EQ(CineTypeConvertOK(camera), 1);
-    EXPECT_EQ(CineTypeCreateOK(clip), 1);
+    EXPECT_EQ(
+        in_order({CineTypeConvertOK(clip), CineTypeConvertOK(camera), CineTypeCreateOK(clip)}),
+        (Ints{0, 1, 1}));
 }
 
 int g_filter_calls = 0;

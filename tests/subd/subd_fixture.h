@@ -123,17 +123,12 @@ inline Reference reference(const Shape &shape, bool linear_uv = false) {
         for (std::size_t c = 0; c < shape.faces[f].size(); ++c) {
             indices.push_back(shape.faces[f][c]);
             // Values shared where a vertex carries equal UVs, as the mesh's map does.
-            const auto key =
-                std::make_tuple(shape.faces[f][c], shape.uvs[f][c][0], shape.uvs[f][c][1]);
-            auto known = shared.find(key);
-            int found = known != shared.end() ? known->second : -1;
-            if (found < 0) {
-                found = static_cast<int>(uv_values.size() / 2);
-                shared.emplace(key, found);
-                uv_values.push_back(shape.uvs[f][c][0]);
-                uv_values.push_back(shape.uvs[f][c][1]);
-            }
-            uv_indices.push_back(found);
+            const std::array<float, 2> &uv = shape.uvs[f][c];
+            const auto [at, added] =
+                shared.emplace(std::make_tuple(shape.faces[f][c], uv[0], uv[1]),
+                               static_cast<int>(uv_values.size() / 2));
+            if (added) uv_values.insert(uv_values.end(), uv.begin(), uv.end());
+            uv_indices.push_back(at->second);
         }
     }
     Far::TopologyDescriptor d;
@@ -161,27 +156,22 @@ inline Reference reference(const Shape &shape, bool linear_uv = false) {
     // The float tables themselves: the compatibility wrappers cast them to derived types they
     // are not.
     using Factory = Far::LimitStencilTableFactoryReal<float>;
+    // A quad is one ptex face with its corners at the unit square's; any other face is one
+    // ptex face per corner, which sits at that face's origin.
     Far::PtexIndices ptex(*refiner);
-    std::vector<int> ptex_ids;
-    std::vector<float> s, t;
+    static const float qs[4] = {0, 1, 1, 0}, qt[4] = {0, 0, 1, 1}, origin = 0;
+    Factory::LocationArrayVec locations;
     for (std::size_t f = 0; f < shape.faces.size(); ++f) {
         const int id = ptex.GetFaceId(static_cast<int>(f));
         const std::size_t n = shape.faces[f].size();
-        static const float qs[4] = {0, 1, 1, 0}, qt[4] = {0, 0, 1, 1};
         for (std::size_t c = 0; c < n; ++c) {
-            ptex_ids.push_back(n == 4 ? id : id + static_cast<int>(c));
-            s.push_back(n == 4 ? qs[c] : 0.0f);
-            t.push_back(n == 4 ? qt[c] : 0.0f);
+            Factory::LocationArray a;
+            a.ptexIdx = n == 4 ? id : id + static_cast<int>(c);
+            a.numLocations = 1;
+            a.s = n == 4 ? &qs[c] : &origin;
+            a.t = n == 4 ? &qt[c] : &origin;
+            locations.push_back(a);
         }
-    }
-    Factory::LocationArrayVec locations;
-    for (std::size_t i = 0; i < ptex_ids.size(); ++i) {
-        Factory::LocationArray a;
-        a.ptexIdx = ptex_ids[i];
-        a.numLocations = 1;
-        a.s = &s[i];
-        a.t = &t[i];
-        locations.push_back(a);
     }
     Reference out;
     for (int pass = 0; pass < 2; ++pass) {
