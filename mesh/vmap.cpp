@@ -180,12 +180,6 @@ void require_editable(const VMap *map) {
     if (building(map->mesh)) fail(rc::refused, "the mesh is being built");
 }
 
-// Whether an element of `owner` may carry values in a map of `mesh`: the mesh's own, or its
-// source's for an instance, or an instance's for a map of its source.
-bool related(const Mesh *mesh, const Mesh *owner) noexcept {
-    return owner == mesh || owner == mesh->source || owner->source == mesh;
-}
-
 void announce(Mesh *mesh, std::uint32_t bits) noexcept {
     change_event(mesh, MESH_CHANGE_MAPS | bits);
 }
@@ -368,11 +362,6 @@ VMap *walk(const Mesh *mesh, std::uint32_t type, Fn fn) noexcept {
     return nullptr;
 }
 
-const float *position_of(const VMap *map, const MeshVertex *vertex) noexcept {
-    if (!related(map->mesh, owner_of(vertex))) return nullptr;
-    return vertex->position;
-}
-
 }  // namespace
 
 // ---- The mesh's hooks ------------------------------------------------------------------
@@ -514,7 +503,7 @@ const float *vmap_get(const VMap *map, const EntryKey &key, const MeshVertex *ve
                                layer->client);
         }
         if ((layer->flags & VMAP_POSITIONS) != 0) {
-            return key.kind == EntryKind::plain ? position_of(layer, vertex) : nullptr;
+            return key.kind == EntryKind::plain ? stored_position_in(layer, vertex) : nullptr;
         }
         if (VMapEntry *e = layer->values.find(key)) return e->values();
         if (halves) {

@@ -8,6 +8,7 @@
 #include <vexor/vmap.h>
 
 #include "foundation/memory.h"
+#include "mesh/mesh.h"
 #include "mesh/mesh_storage.h"
 #include "mesh/vmap_list.h"
 
@@ -113,6 +114,18 @@ struct VMap {
 };
 
 namespace vx::mesh {
+
+// Whether an element of `owner` may carry values in a map of `mesh`: the mesh's own, or its
+// source's for an instance, or an instance's for a map of its source.
+inline bool related(const Mesh *mesh, const Mesh *owner) noexcept {
+    return owner == mesh || owner == mesh->source || owner->source == mesh;
+}
+
+// What a position map (VMAP_POSITIONS) holds for a vertex: the vertex's stored position, for a
+// vertex of a related mesh.
+inline const float *stored_position_in(const VMap *map, const MeshVertex *vertex) noexcept {
+    return related(map->mesh, owner_of(vertex)) ? vertex->position : nullptr;
+}
 
 inline constexpr std::uint32_t kPositionType = VX_CODE4('O', 'P', 'O', 'S');
 

@@ -154,6 +154,10 @@ VX_API const float *VMapSet(VMap *map, MeshVertex *vertex, const float *values) 
 
 VX_API const float *VMapGet(const VMap *map, const MeshVertex *vertex) {
     if (map == nullptr || vertex == nullptr) return nullptr;
+    // A live position map holds no table: no key to make.
+    if ((map->flags & (VMAP_POSITIONS | VMAP_DEAD)) == VMAP_POSITIONS) {
+        return stored_position_in(map, vertex);
+    }
     return vmap_get(map, plain_key(vertex), vertex, nullptr);
 }
 

@@ -263,12 +263,12 @@ void walk(const Index &index, Gather &g) noexcept {
             walk_range(index, entry.begin, entry.end, g);
             continue;
         }
-        const std::size_t mask = entry.keys.size() - 1;
+        const std::size_t mask = entry.slots.size() - 1;
         const auto visit = [&](std::uint64_t key) {
-            for (std::size_t slot = cell_slot(key, mask); entry.keys[slot] != 0;
+            for (std::size_t slot = cell_slot(key, mask); entry.slots[slot].key != 0;
                  slot = (slot + 1) & mask) {
-                if (entry.keys[slot] != key + 1) continue;
-                const std::uint32_t node = entry.nodes[slot];
+                if (entry.slots[slot].key != key + 1) continue;
+                const std::uint32_t node = entry.slots[slot].node;
                 walk_range(index, node, nodes[node].end, g);
                 return;
             }

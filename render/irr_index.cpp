@@ -66,14 +66,12 @@ Entry entry_for(const std::vector<PackedNode> &nodes, const std::vector<std::uin
     for (std::uint32_t i = begin; i < end; ++i) count += nodes[i].depth == depth ? 1u : 0u;
     std::size_t slots = 16;
     while (slots < 2 * count) slots *= 2;
-    entry.keys.assign(slots, 0);
-    entry.nodes.assign(slots, 0);
+    entry.slots.assign(slots, Entry::Slot{0, 0});
     for (std::uint32_t i = begin; i < end; ++i) {
         if (nodes[i].depth != depth) continue;
         std::size_t slot = cell_slot(keys[i], slots - 1);
-        while (entry.keys[slot] != 0) slot = (slot + 1) & (slots - 1);
-        entry.keys[slot] = keys[i] + 1;
-        entry.nodes[slot] = i;
+        while (entry.slots[slot].key != 0) slot = (slot + 1) & (slots - 1);
+        entry.slots[slot] = {keys[i] + 1, i};
     }
     entry.depth = depth;
     return entry;

@@ -37,8 +37,11 @@ struct Entry {
     double inverse = 0;                // 1 / the edge of cells at `depth` (a power of two)
     float edge = 0;                    // the edge of cells at `depth`
     double last = 0;                   // the last cell index along an axis, 2^depth - 1
-    std::vector<std::uint64_t> keys;   // cell key + 1, 0 for a free slot
-    std::vector<std::uint32_t> nodes;  // the packed node of each key
+    struct Slot {
+        std::uint64_t key;   // cell key + 1, 0 for a free slot
+        std::uint32_t node;  // the packed node of the cell
+    };
+    std::vector<Slot> slots;
 };
 
 // Cell indices of levels down to this one fit a key of three 21-bit fields.

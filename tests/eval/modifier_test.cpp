@@ -207,6 +207,24 @@ TEST_F(Modifiers, ItemsMadeAfterValidationGetNodesAtTheNextEvaluation) {
     EXPECT_EQ(CineEvalChannelInt(ev, second, kCount), 14);
 }
 
+// A read remembers which nodes write its channel: a node that a new validation adds is seen by
+// the next read of a channel read before it, at the same time.
+TEST_F(Modifiers, AChannelReadBeforeItsWritersChangeIsComputedByTheNewOnes) {
+    TestModifier adder;
+    adder.rules.push_back({{"a", "b"}, "c", sum});
+    add_modifier("adder", adder);
+    CineItem *item = probe();
+    CineEval *ev = evaluated(0.0);
+    EXPECT_NE(CineEvalChannelInt(ev, item, kCount), 6);  // no node writes it yet
+    EXPECT_DOUBLE_EQ(CineEvalChannel(ev, item, kC), 3.0);
+    TestModifier doubler;
+    doubler.rules.push_back(
+        {{"c"}, "count", [](const std::vector<double> &in, double) { return in[0] * 2; }});
+    add_modifier("doubler", doubler);
+    ASSERT_EQ(CinemaEvaluate(ev), 1);
+    EXPECT_EQ(CineEvalChannelInt(ev, item, kCount), 6);
+}
+
 TEST_F(Modifiers, AFailedAllocationWhileReadingLeavesNothingBehindAndNoWrongValue) {
     TestModifier mod;
     mod.rules.push_back({{"a", "b"}, "c", sum, true});

@@ -50,11 +50,10 @@ struct Tally {
     }
 };
 
-class Threaded : public MeshTest {
+class Threaded : public OnMesh {
   protected:
     void SetUp() override {
-        MeshTest::SetUp();
-        mesh = MeshCreate();
+        OnMesh::SetUp();
         MeshBatchBegin(mesh);
         for (std::size_t i = 0; i < kVertices; ++i) {
             MeshVertex *v = vertex(mesh, static_cast<double>(i));
@@ -63,11 +62,6 @@ class Threaded : public MeshTest {
         }
         MeshBatchEnd(mesh);
     }
-    void TearDown() override {
-        MeshDestroy(mesh);
-        MeshTest::TearDown();
-    }
-    Mesh *mesh = nullptr;
 };
 
 TEST_F(Threaded, EveryPassingVertexIsVisitedExactlyOnce) {

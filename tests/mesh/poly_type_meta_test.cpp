@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "mesh_fixture.h"
+#include "support/in_order.h"
 
 namespace vx::test {
 namespace {
@@ -43,10 +44,10 @@ TEST_F(PolyTypes, BuiltInTypesCarryTheirFlags) {
         EXPECT_NE(PolyTypeName(type), nullptr);
     }
     EXPECT_EQ(VX_CODE4('F', 'A', 'C', 'E'), 0x46414345u);
-    EXPECT_EQ(PolyTypeByIndex(0), PolyTypeCodeLookup(kFace));
     EXPECT_GE(PolyTypeCount(), 10u);
-    EXPECT_EQ(PolyTypeByIndex(PolyTypeCount()), nullptr);
-    EXPECT_EQ(PolyTypeCodeLookup(VX_CODE4('N', 'O', 'N', 'E')), nullptr);
+    EXPECT_EQ(in_order({PolyTypeByIndex(0), PolyTypeByIndex(PolyTypeCount()),
+                        PolyTypeCodeLookup(VX_CODE4('N', 'O', 'N', 'E'))}),
+              (Ptrs{PolyTypeCodeLookup(kFace), nullptr, nullptr}));
     EXPECT_EQ(PolyTypeFlags(nullptr), 0u);
 }
 
@@ -120,41 +121,36 @@ const MeshMetaOps kCounted = {sizeof(Counted), MESH_CHANGE_POSITIONS, &counted_i
 TEST_F(MetaData, RecordsAreBuiltOnDemandAndDroppedByTheChangesTheyDependOn) {
     MeshMetaClass *cls = MeshMetaDefine("test.counted", &kCounted);
     ASSERT_NE(cls, nullptr);
-    EXPECT_EQ(MeshMetaDefine("test.counted", &kCounted), cls);
     MeshMetaOps other = kCounted;
     other.depends = MESH_CHANGE_VERTICES;
-    EXPECT_EQ(MeshMetaDefine("test.counted", &other), nullptr);
-    EXPECT_EQ(MeshMetaDefine("", &kCounted), nullptr);
-    EXPECT_EQ(MeshMetaLookup("test.counted"), cls);
-    EXPECT_EQ(MeshMetaLookup("test.none"), nullptr);
+    EXPECT_EQ(in_order({MeshMetaDefine("test.counted", &kCounted),
+                        MeshMetaDefine("test.counted", &other), MeshMetaDefine("", &kCounted),
+                        MeshMetaLookup("test.counted"), MeshMetaLookup("test.none")}),
+              (Ptrs{cls, nullptr, nullptr, cls, nullptr}));
 
     MeshVertex *v = vertex(mesh, 1);
     g_builds = g_drops = 0;
     auto *record = static_cast<Counted *>(MeshMetaRecord(cls, mesh));
     ASSERT_NE(record, nullptr);
-    EXPECT_EQ(record->persistent, 42);
-    EXPECT_EQ(MeshMetaIsValid(cls, mesh), 0);
-    EXPECT_EQ(MeshMetaValidate(cls, mesh), record);
-    EXPECT_EQ(MeshMetaValidate(cls, mesh), record);
-    EXPECT_EQ(g_builds, 1);
-    EXPECT_EQ(record->built, 1);
+    EXPECT_EQ(in_order({record->persistent, MeshMetaIsValid(cls, mesh)}), (Ints{42, 0}));
+    EXPECT_EQ(in_order({MeshMetaValidate(cls, mesh), MeshMetaValidate(cls, mesh)}),
+              (Ptrs{record, record}));
+    EXPECT_EQ(in_order({g_builds, record->built}), (Ints{1, 1}));
 
     // Changes it does not depend on leave it; the ones it does drop it.
     vertex(mesh, 2);
     EXPECT_EQ(MeshMetaIsValid(cls, mesh), 1);
     const double p[3] = {5, 5, 5};
     MeshVertexSet(mesh, v, p);
-    EXPECT_EQ(MeshMetaIsValid(cls, mesh), 0);
-    EXPECT_EQ(g_drops, 1);
-    EXPECT_EQ(record->persistent, 42);
+    EXPECT_EQ(in_order({MeshMetaIsValid(cls, mesh), g_drops, record->persistent}),
+              (Ints{0, 1, 42}));
     // A batch drops it once, at its end.
     MeshMetaValidate(cls, mesh);
     MeshBatchBegin(mesh);
     MeshVertexSet(mesh, v, p);
     EXPECT_EQ(MeshMetaIsValid(cls, mesh), 1);
     MeshBatchEnd(mesh);
-    EXPECT_EQ(MeshMetaIsValid(cls, mesh), 0);
-    EXPECT_EQ(g_drops, 2);
+    EXPECT_EQ(in_order({MeshMetaIsValid(cls, mesh), g_drops}), (Ints{0, 2}));
 
     // A failed build gives null and leaves the record stale.
     g_fail_build = true;
@@ -165,8 +161,7 @@ TEST_F(MetaData, RecordsAreBuiltOnDemandAndDroppedByTheChangesTheyDependOn) {
     // Invalidation by class or for all; freeing makes the record afresh on next use.
     MeshMetaValidate(cls, mesh);
     MeshMetaInvalidate(nullptr, mesh, 0);
-    EXPECT_EQ(MeshMetaIsValid(cls, mesh), 0);
-    EXPECT_EQ(g_drops, 3);
+    EXPECT_EQ(in_order({MeshMetaIsValid(cls, mesh), g_drops}), (Ints{0, 3}));
     record->persistent = 7;
     MeshMetaInvalidate(cls, mesh, MESH_META_FREE);
     EXPECT_EQ(g_drops, 3);  // nothing built to drop
@@ -183,9 +178,9 @@ TEST_F(MetaData, APolygonTypesClassGetsARecordOnEveryMesh) {
     Mesh *early = mesh;
     const PolyType *type = PolyTypeDefine(VX_CODE4('T', 'M', 'E', 'T'), "metaType", 0, 0);
     EXPECT_EQ(PolyTypeMetaClass(type), nullptr);
-    ASSERT_EQ(PolyTypeSetMetaClass(type, cls), 1);
-    EXPECT_EQ(PolyTypeSetMetaClass(type, cls), 1);
-    EXPECT_EQ(PolyTypeSetMetaClass(type, MeshMetaLookup(MESH_META_BOUNDS)), 0);
+    EXPECT_EQ(in_order({PolyTypeSetMetaClass(type, cls), PolyTypeSetMetaClass(type, cls),
+                        PolyTypeSetMetaClass(type, MeshMetaLookup(MESH_META_BOUNDS))}),
+              (Ints{1, 1, 0}));
     EXPECT_EQ(PolyTypeMetaClass(type), cls);
 
     Mesh *late = MeshCreate();

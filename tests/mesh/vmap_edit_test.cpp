@@ -12,7 +12,7 @@
 #include <vexor/vmap.h>
 
 #include "mesh_fixture.h"
-#include "support/atomicity.h"
+#include "support/edit_table.h"
 #include "support/undo_property.h"
 #include "vmap_fixture.h"
 
@@ -75,33 +75,18 @@ struct MapScene {
     }
 };
 
-using SceneEdit = std::function<bool(MapScene &)>;
-
-class MapTarget : public AtomicityTarget {
-  public:
-    MapTarget(int count, SceneEdit edit) : scene_(count), edit_(std::move(edit)) {
-        log_ = std::make_unique<EventLog>(MeshEventPort(scene_.mesh));
-    }
-    ~MapTarget() override { log_.reset(); }
-    std::string snapshot() override { return scene_.snapshot(); }
-    bool edit() override { return edit_(scene_); }
-    std::size_t events() override { return log_->count(); }
-    MapScene &scene() { return scene_; }
-
-  private:
-    MapScene scene_;
-    SceneEdit edit_;
-    std::unique_ptr<EventLog> log_;
-};
-
-struct NamedEdit {
-    const char *name;
-    SceneEdit edit;
+// The scene of `Count` vertices with a log of the mesh's change events.
+template <int Count>
+struct MapStage : MapScene {
+    MapStage() : MapScene(Count), log(MeshEventPort(mesh)) {}
+    std::size_t events() const { return log.count(); }
+    EventLog log;
 };
 
 const float kValues[3] = {9, 8, 7};
 
-std::vector<NamedEdit> all_edits() {
+template <class Stage>
+std::vector<NamedEdit<Stage>> all_edits() {
     return {
         {"set new", [](MapScene &s) { return VMapSet(s.weight, s.v[1], kValues) != nullptr; }},
         {"set existing", [](MapScene &s) { return VMapSet(s.weight, s.v[2], kValues) != nullptr; }},
@@ -137,47 +122,24 @@ std::vector<NamedEdit> all_edits() {
 
 class VMapEdits : public MeshTest {};
 
+// With 17 vertices a new weight overloads the table's first bucket array; the edits without
+// recording are tried there.
 TEST_F(VMapEdits, EveryEditIsAtomicAndSoAreItsUndoAndRedo) {
-    for (const int count : {6, 17}) {  // 17: the weight table grows past its first buckets
-        for (const NamedEdit &named : all_edits()) {
-            const NamedEdit edit = named;
-            const std::string name = std::string(edit.name) + " " + std::to_string(count);
-            const AtomicityReport report = check_atomicity(
-                name, [=] { return std::make_unique<MapTarget>(count, edit.edit); });
-            EXPECT_GT(report.tried, 0u) << name;
-            EXPECT_EQ(report.held + report.survived, report.tried) << name;
-            if (count == 17 && name == "set new 17") {
-                EXPECT_GE(report.tried, 3u) << "the record, its undo room and larger buckets";
-            }
-
-            for (const bool redo : {false, true}) {
-                check_atomicity(
-                    (redo ? "redo " : "undo ") + name, [=]() -> std::unique_ptr<AtomicityTarget> {
-                        auto target = std::make_unique<MapTarget>(count, [redo](MapScene &) {
-                            return redo ? UndoSysRedo() : UndoSysUndo();
-                        });
-                        edit.edit(target->scene());
-                        if (redo) UndoSysUndo();
-                        return target;
-                    });
-            }
-        }
+    {
+        SCOPED_TRACE("6 vertices");
+        check_edits_atomic(all_edits<MapStage<6>>(), kUndoRedo);
     }
+    SCOPED_TRACE("17 vertices");
+    check_edits_atomic(all_edits<MapStage<17>>(), kUndoRedo | kUnrecorded);
+    // A new weight there takes its record, its undo room and larger buckets.
+    const NamedEdit<MapStage<17>> set_new = all_edits<MapStage<17>>().front();
+    EXPECT_GE(
+        check_atomicity("set new, 17 vertices",
+                        [&] { return std::make_unique<StageTarget<MapStage<17>>>(set_new.edit); })
+            .tried,
+        3u);
 }
 
-TEST_F(VMapEdits, EditsWithoutRecordingAreAtomicToo) {
-    UndoSysEnable(0);
-    for (const NamedEdit &named : all_edits()) {
-        const NamedEdit edit = named;
-        const AtomicityReport report = check_atomicity(std::string("unrecorded ") + edit.name, [=] {
-            return std::make_unique<MapTarget>(17, edit.edit);
-        });
-        EXPECT_EQ(report.held + report.survived, report.tried) << edit.name;
-    }
-    UndoSysEnable(1);
-}
-
-// Random edits of every kind on every map of the scene.
 // Random edits of every kind on the maps that the mesh or its instance shows, including maps
 // made (and destroyed) along the way and the instance's own layers over the mesh's maps.
 class MapUndoTarget : public UndoTarget {

@@ -16,7 +16,12 @@
 #include <vexor/undo.h>
 #include <vexor/value.h>
 
+#include "support/in_order.h"
+
 namespace {
+
+using vx::test::in_order;
+using vx::test::Ints;
 
 // ---- The host ----
 
@@ -165,10 +170,9 @@ TEST_F(RenderJobs, DroppingJobsAndCleaningUp) {
     void *current = RSrvJobCurrent();
     EXPECT_EQ(current, job);
     XObjectRelease(current);
-    EXPECT_EQ(RSrvJobSetCurrent(nullptr), 0u);  // not rendering: dropped
-    EXPECT_EQ(refs(job), 1u);
-    EXPECT_EQ(RSrvJobStatus(), RENDER_JOB_NO_JOB);
-    EXPECT_EQ(RSrvJobCleanup(), 0u);  // without a job the host still cleans up
+    // Not rendering, a job is dropped; without a job the host still cleans up.
+    EXPECT_EQ(in_order({RSrvJobSetCurrent(nullptr), refs(job), RSrvJobStatus(), RSrvJobCleanup()}),
+              (Ints{0, 1, RENDER_JOB_NO_JOB, 0}));
     EXPECT_EQ(host.cleaned, nullptr);
     // A job left current at the last stop is released, without the host's clean-up.
     ASSERT_EQ(RSrvJobSetCurrent(job), 0u);
@@ -177,13 +181,10 @@ TEST_F(RenderJobs, DroppingJobsAndCleaningUp) {
     RenderJobShutdown();
     EXPECT_EQ(refs(job), 2u);  // not the last stop
     RenderJobShutdown();
-    EXPECT_EQ(refs(job), 1u);
-    EXPECT_EQ(host.cleanups, 1u);
-    EXPECT_EQ(RSrvJobSetCurrent(job), VX_E_REFUSED);  // stopped
-    ASSERT_EQ(RenderJobStartup(), 1);
-    EXPECT_EQ(RSrvJobStatus(), RENDER_JOB_NO_JOB);
-    EXPECT_EQ(RSrvJobSetCurrent(job), 0u);
-    EXPECT_EQ(RSrvJobStart(), VX_E_NOTFOUND);  // the table went with the stop
+    // Stopped, jobs are refused; started again, the table went with the stop.
+    EXPECT_EQ(in_order({refs(job), host.cleanups, RSrvJobSetCurrent(job), RenderJobStartup(),
+                        RSrvJobStatus(), RSrvJobSetCurrent(job), RSrvJobStart()}),
+              (Ints{1, 1, VX_E_REFUSED, 1, RENDER_JOB_NO_JOB, 0, VX_E_NOTFOUND}));
     RenderJobSetFuncs(&kFuncs);
 }
 

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "support/alloc_injection.h"
+#include "support/in_order.h"
 
 namespace vx::test {
 namespace {
@@ -115,11 +116,9 @@ TEST_F(LayerTree, TypesDeriveFromTheTextureLayerAndCarryItsChannels) {
         }
         EXPECT_EQ(TLayerIsLayer(layer), 1);
     }
-    CineItem *custom = make("tstLayer");
-    EXPECT_EQ(TLayerFlags(custom), 0x42u);
-    EXPECT_EQ(TLayerFlags(make("renderOutput")), TLAYER_FLAG_OUTPUT);
-    EXPECT_EQ(TLayerFlags(make("constant")), 0u);
-    EXPECT_EQ(TLayerIsLayer(make("tstMesh")), 0);
+    EXPECT_EQ(in_order({TLayerFlags(make("tstLayer")), TLayerFlags(make("renderOutput")),
+                        TLayerFlags(make("constant")), TLayerIsLayer(make("tstMesh"))}),
+              (Ints{0x42, TLAYER_FLAG_OUTPUT, 0, 0}));
 }
 
 TEST_F(LayerTree, StacksEffectsAndRoots) {
@@ -127,13 +126,11 @@ TEST_F(LayerTree, StacksEffectsAndRoots) {
     CineItem *mesh = make("tstMesh");
     ASSERT_EQ(CineItemSetParent(root, mesh, -1), 0u);
     CineItem *a = make("constant", root), *b = make("constant", root), *c = make("checker", root);
-    EXPECT_EQ(TLayerNextLayer(a), b);
-    EXPECT_EQ(TLayerNextLayer(c), nullptr);
-    EXPECT_EQ(TLayerPrevLayer(a), nullptr);
-    EXPECT_EQ(TLayerPrevLayer(c), b);
-    EXPECT_EQ(TLayerNextLayer(root), nullptr);              // no siblings under the mesh
-    EXPECT_EQ(TLayerNextLayer(make("constant")), nullptr);  // no parent
-    EXPECT_EQ(TLayerRootItem(c), root);
+    // The root has no siblings under the mesh, a loose layer no parent.
+    EXPECT_EQ(
+        in_order({TLayerNextLayer(a), TLayerNextLayer(c), TLayerPrevLayer(a), TLayerPrevLayer(c),
+                  TLayerNextLayer(root), TLayerNextLayer(make("constant")), TLayerRootItem(c)}),
+        (Ptrs{b, nullptr, nullptr, b, nullptr, nullptr, root}));
 
     EXPECT_STREQ(TLayerEffect(a), "(all)");
     set_text(b, "effect", "groupMask");
@@ -141,8 +138,7 @@ TEST_F(LayerTree, StacksEffectsAndRoots) {
     EXPECT_EQ(TLayerGroupMaskLayer(root), b);
     EXPECT_EQ(TLayerEffectCount(root, "output"), 2u);  // a, as "(all)", and c
     set(a, "enable", 0);
-    EXPECT_EQ(TLayerEffectCount(root, "output"), 1u);
-    EXPECT_EQ(TLayerIsMasked(a), 0);
+    EXPECT_EQ(in_order({TLayerEffectCount(root, "output"), TLayerIsMasked(a)}), (Ints{1, 0}));
     set_text(root, "ptag", "Wood");
     EXPECT_EQ(TLayerIsMasked(a), 1);
     EXPECT_STREQ(TLayerTagTypeName(0x50494B43u), nullptr);
@@ -163,11 +159,10 @@ TEST_F(LayerTree, ShadeContextsWalkFromTheBaseLayerUp) {
     EXPECT_STREQ(TLayerShadeContext(light), "light");    // not a layer: its own type
     EXPECT_STREQ(TLayerShadeContext(based), "environment");
 
-    EXPECT_EQ(TLayerIsMaskLayer(based), 0);
     EXPECT_EQ(TLayerBaseLayer(based), nullptr);
-    ASSERT_EQ(TLayerLinkShade(camera, based), 1);
-    ASSERT_EQ(TLayerLinkShade(light, based), 1);
-    EXPECT_EQ(TLayerIsMaskLayer(based), 2);
+    EXPECT_EQ(in_order({TLayerIsMaskLayer(based), TLayerLinkShade(camera, based),
+                        TLayerLinkShade(light, based), TLayerIsMaskLayer(based)}),
+              (Ints{0, 1, 1, 2}));
     EXPECT_EQ(TLayerBaseLayer(based), camera);
     EXPECT_STREQ(TLayerShadeContext(based), "camera");  // the base layer leads
 }
@@ -202,9 +197,8 @@ TEST_F(LayerTree, DuplicatesCarryValuesChildrenAndLinksAndUndoAsOne) {
 
     CineItem *copy = TLayerDuplicateItem(group);
     ASSERT_NE(copy, nullptr);
-    EXPECT_EQ(TLayerNextLayer(group), copy);
-    EXPECT_EQ(TLayerNextLayer(copy), top);
-    EXPECT_EQ(TLayerBaseLayer(copy), camera);
+    EXPECT_EQ(in_order({TLayerNextLayer(group), TLayerNextLayer(copy), TLayerBaseLayer(copy)}),
+              (Ptrs{copy, top, camera}));
     EXPECT_EQ(tree(root), "mask:Wood mask:Wood constant ");
     ASSERT_EQ(CineItemSubCount(copy), 1u);
     CineItem *inner = CineItemSubByIndex(copy, 0);
@@ -231,8 +225,9 @@ TEST_F(Materials, LookupFindsNestedAndLinkedGroupsBeforeCreating) {
     EXPECT_STREQ(
         static_cast<const char *>(CineActionValueCust(setup, group, channel_of(group, "ptyp"))),
         "Material");
-    EXPECT_EQ(MaterialLookup(root, nullptr, "Wood", 1), wood);
-    EXPECT_EQ(MaterialMaskLookup(root, nullptr, "Wood", 0), group);
+    EXPECT_EQ(in_order({MaterialLookup(root, nullptr, "Wood", 1),
+                        MaterialMaskLookup(root, nullptr, "Wood", 0)}),
+              (Ptrs{wood, group}));
     ASSERT_NE(MaterialLookup(root, nullptr, "Steel", 1), nullptr);
     EXPECT_EQ(tree(root), "mask:Wood mask:Steel renderOutput ");
     EXPECT_EQ(TLayerNextLayer(group), CineItemSubByIndex(root, 1));
@@ -242,8 +237,9 @@ TEST_F(Materials, LookupFindsNestedAndLinkedGroupsBeforeCreating) {
     CineItem *nested = make("mask", group);
     set_text(nested, "ptag", "Wood");
     CineItem *inner = make("advancedMaterial", nested);
-    EXPECT_EQ(PTagGroupLookup(setup, root, "Wood"), nested);
-    EXPECT_EQ(MaterialLookup(root, nullptr, "Wood", 0), inner);
+    EXPECT_EQ(
+        in_order({PTagGroupLookup(setup, root, "Wood"), MaterialLookup(root, nullptr, "Wood", 0)}),
+        (Ptrs{nested, inner}));
 
     // A group linked to the item serves any tag the others do not.
     context_type("tstMesh", "surface");
@@ -251,8 +247,9 @@ TEST_F(Materials, LookupFindsNestedAndLinkedGroupsBeforeCreating) {
     CineItem *linked = make("mask", root);
     CineItem *linked_material = make("advancedMaterial", linked);
     ASSERT_EQ(TLayerLinkShade(linked, mesh), 1);
-    EXPECT_EQ(MaterialLookup(root, mesh, "Glass", 0), linked_material);
-    EXPECT_EQ(MaterialLookup(root, nullptr, "Glass", 0), nullptr);
+    EXPECT_EQ(in_order({MaterialLookup(root, mesh, "Glass", 0),
+                        MaterialLookup(root, nullptr, "Glass", 0)}),
+              (Ptrs{linked_material, nullptr}));
 }
 
 TEST_F(Materials, CreationIsOneUndoStep) {
