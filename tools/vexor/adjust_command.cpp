@@ -11,18 +11,12 @@
 
 #include <vexor/render_output.h>
 
+#include "bounds.h"
 #include "image_io.h"
 
 namespace {
 
-constexpr int kUsageError = 2;
 constexpr double kPi = 3.14159265358979323846;
-
-int usage_error(const char *message, const char *arg) {
-    std::fprintf(stderr, "vexor adjust: %s '%s'\nRun 'vexor adjust --help' for usage.\n", message,
-                 arg);
-    return kUsageError;
-}
 
 // Numbers separated by `separator` (',' or ':'), exactly `count` of them, all finite.
 bool parse_numbers(const char *text, char separator, int count, float *out) {
@@ -80,7 +74,7 @@ int parse(int argc, char **argv, RenderOutputSettings &s) {
     bool amount_given = false;
     for (int i = 3; i < argc; ++i) {
         const char *opt = argv[i];
-        if (i + 1 >= argc) return usage_error("unknown option or missing value for", opt);
+        if (i + 1 >= argc) return usage_error("adjust", "unknown option or missing value for", opt);
         const char *value = argv[++i];
         float v[4] = {};
         bool ok = true;
@@ -115,9 +109,9 @@ int parse(int argc, char **argv, RenderOutputSettings &s) {
                 s.outputMaxRGB[c] = v[3];
                 s.flags |= kComponents[c].bit | RENDER_LEVELS_INPUT | RENDER_LEVELS_OUTPUT;
             }
-            if (!known) return usage_error("unknown option", opt);
+            if (!known) return usage_error("adjust", "unknown option", opt);
         }
-        if (!ok) return usage_error("cannot read the value of", opt);
+        if (!ok) return usage_error("adjust", "cannot read the value of", opt);
     }
     if (!amount_given) s.colorAmount = 1.0f;
     return 0;
@@ -128,10 +122,10 @@ int parse(int argc, char **argv, RenderOutputSettings &s) {
 int vexor_adjust(int argc, char **argv) {
     if (argc < 3 || argv[1][0] == '-' || argv[2][0] == '-') {
         std::fputs("vexor adjust: give the picture to read and the one to write\n", stderr);
-        return kUsageError;
+        return kExitUsage;
     }
     if (image_io::format_for_path(argv[2]) == image_io::Format::unknown) {
-        return usage_error("the picture to write must end in .png or .exr:", argv[2]);
+        return usage_error("adjust", "the picture to write must end in .png or .exr:", argv[2]);
     }
     RenderOutputSettings settings;
     RenderOutputSettingsInit(&settings);

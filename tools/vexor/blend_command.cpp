@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
+#include "bounds.h"
 #include "image_io.h"
 
 namespace {
 
-constexpr int kUsageError = 2;
 constexpr int kColumns = 5;
 constexpr int kLabelHeight = 16;
 constexpr int kGap = 4;
@@ -116,22 +116,22 @@ int vexor_blend(int argc, char **argv) {
         } else if (std::strcmp(argv[i], "--opacity") == 0 && has_value) {
             if (!parse_number(argv[++i], -4.0, 4.0, opacity)) {
                 std::fprintf(stderr, "vexor blend: --opacity takes a number from -4 to 4\n");
-                return kUsageError;
+                return kExitUsage;
             }
         } else if (std::strcmp(argv[i], "--cell") == 0 && has_value) {
             if (!parse_number(argv[++i], 32, 1024, cell)) {
                 std::fprintf(stderr, "vexor blend: --cell takes a size from 32 to 1024 pixels\n");
-                return kUsageError;
+                return kExitUsage;
             }
         } else {
             std::fprintf(stderr, "vexor blend: unknown argument '%s' (see vexor blend --help)\n",
                          argv[i]);
-            return kUsageError;
+            return kExitUsage;
         }
     }
     if (image_io::format_for_path(path) != image_io::Format::png) {
         std::fprintf(stderr, "vexor blend: '%s' must end in .png\n", path.c_str());
-        return kUsageError;
+        return kExitUsage;
     }
 
     const int size = static_cast<int>(cell);

@@ -116,6 +116,16 @@ bool check_frames(const char *command, double from, double to, double fps, std::
     return false;
 }
 
+int usage_error(const char *command, const char *message, const char *arg) {
+    if (arg != nullptr) {
+        std::fprintf(stderr, "vexor %s: %s '%s'\n", command, message, printable(arg).c_str());
+    } else {
+        std::fprintf(stderr, "vexor %s: %s\n", command, message);
+    }
+    std::fprintf(stderr, "Run 'vexor %s --help' for usage.\n", command);
+    return kExitUsage;
+}
+
 std::string printable(std::string_view text, std::size_t most) {
     std::string out;
     for (std::size_t i = 0; i < text.size(); ++i) {

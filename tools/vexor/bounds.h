@@ -63,6 +63,10 @@ std::int64_t every_for_rows(double from, double to, double fps, std::int64_t row
 bool check_frames(const char *command, double from, double to, double fps, std::int64_t every,
                   FrameRange &out);
 
+// A usage failure: prints "vexor <command>: <message> '<arg>'" (the argument printable, and
+// left out when null) and where to find the command's options, and answers kExitUsage.
+int usage_error(const char *command, const char *message, const char *arg = nullptr);
+
 // Text from a file or the library, made safe to print: control bytes and bytes that are not
 // printable ASCII become \xNN, and text past `most` bytes is cut with "...".
 std::string printable(std::string_view text, std::size_t most = 80);

@@ -15,7 +15,6 @@
 
 namespace {
 
-constexpr int kUsage = 2;
 constexpr std::size_t kMaxFileBytes = std::size_t{64} << 20;
 constexpr std::size_t kMaxPoints = 2000000;
 constexpr std::size_t kMaxDrawnPoints = 20000;
@@ -26,18 +25,11 @@ struct Options {
     long print = 40;
 };
 
-int usage_error(const char *message, const char *argument = nullptr) {
-    std::fprintf(stderr, "vexor hull: %s%s%s\n", message, argument != nullptr ? " " : "",
-                 argument != nullptr ? argument : "");
-    std::fputs("Run 'vexor help hull' for the options.\n", stderr);
-    return kUsage;
-}
-
 int read_options(int argc, char **argv, Options *options) {
     for (int i = 1; i < argc; ++i) {
         const char *arg = argv[i];
         if (std::strcmp(arg, "--svg") == 0) {
-            if (i + 1 >= argc) return usage_error("--svg needs a path");
+            if (i + 1 >= argc) return usage_error("hull", "--svg needs a path");
             options->svg = argv[++i];
         } else if (std::strcmp(arg, "--print") == 0) {
             char *end = nullptr;
@@ -45,16 +37,16 @@ int read_options(int argc, char **argv, Options *options) {
             options->print = i + 1 < argc ? std::strtol(argv[++i], &end, 10) : -1;
             if (end == nullptr || *end != '\0' || errno != 0 || options->print < 0 ||
                 options->print > 100000)
-                return usage_error("--print needs a number of vertices from 0 to 100000");
+                return usage_error("hull", "--print needs a number of vertices from 0 to 100000");
         } else if (arg[0] == '-' && arg[1] != '\0') {
-            return usage_error("unknown option", arg);
+            return usage_error("hull", "unknown option", arg);
         } else if (options->file != nullptr) {
-            return usage_error("more than one file:", arg);
+            return usage_error("hull", "more than one file:", arg);
         } else {
             options->file = arg;
         }
     }
-    if (options->file == nullptr) return usage_error("give a file of points");
+    if (options->file == nullptr) return usage_error("hull", "give a file of points");
     return 0;
 }
 

@@ -6,11 +6,10 @@
 #include <cstring>
 #include <string>
 
+#include "bounds.h"
 #include "image_io.h"
 
 namespace {
-
-constexpr int kUsageError = 2;
 
 const char *channel_name(int channels, int c) {
     static const char *const names[4][4] = {
@@ -21,7 +20,7 @@ const char *channel_name(int channels, int c) {
 int info(int argc, char **argv) {
     if (argc < 3) {
         std::fputs("vexor image info: give one or more picture files\n", stderr);
-        return kUsageError;
+        return kExitUsage;
     }
     int status = 0;
     for (int i = 2; i < argc; ++i) {
@@ -67,11 +66,11 @@ int info(int argc, char **argv) {
 int convert(int argc, char **argv) {
     if (argc != 4) {
         std::fputs("vexor image convert: give the picture to read and the one to write\n", stderr);
-        return kUsageError;
+        return kExitUsage;
     }
     if (image_io::format_for_path(argv[3]) == image_io::Format::unknown) {
         std::fprintf(stderr, "vexor image convert: '%s' must end in .png or .exr\n", argv[3]);
-        return kUsageError;
+        return kExitUsage;
     }
     image_io::Image image;
     std::string error;
@@ -92,5 +91,5 @@ int vexor_image(int argc, char **argv) {
     if (argc >= 2 && std::strcmp(argv[1], "convert") == 0) return convert(argc, argv);
     std::fprintf(stderr, "vexor image: say 'info' or 'convert'%s%s\n", argc >= 2 ? ", not " : "",
                  argc >= 2 ? argv[1] : "");
-    return kUsageError;
+    return kExitUsage;
 }

@@ -10,9 +10,10 @@
 
 #include <vexor/irr_cache.h>
 
+#include "bounds.h"
+
 namespace {
 
-constexpr int kUsageError = 2;
 constexpr std::size_t kMostDrawn = 200000;  // bounded picture size for any file
 
 struct Seen {
@@ -70,12 +71,12 @@ int show(int argc, char **argv) {
         } else {
             std::fprintf(stderr, "vexor irrcache: unknown option or missing value for '%s'\n",
                          argv[i]);
-            return kUsageError;
+            return kExitUsage;
         }
     }
     if (file == nullptr) {
         std::fputs("vexor irrcache show: give a cache file\n", stderr);
-        return kUsageError;
+        return kExitUsage;
     }
     unsigned version = 0;  // the file's second little-endian word
     if (std::FILE *in = std::fopen(file, "rb")) {
@@ -129,5 +130,5 @@ int show(int argc, char **argv) {
 int vexor_irrcache(int argc, char **argv) {
     if (argc >= 2 && std::strcmp(argv[1], "show") == 0) return show(argc, argv);
     std::fputs("vexor irrcache: say 'show FILE'\n", stderr);
-    return kUsageError;
+    return kExitUsage;
 }

@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr int kUsageError = kExitUsage;
-
 bool is_help_flag(const char *arg) {
     return std::strcmp(arg, "--help") == 0 || std::strcmp(arg, "-h") == 0;
 }
@@ -47,7 +45,7 @@ int unknown_command(const char *name) {
                  "vexor: unknown command '%s'\n"
                  "Run 'vexor --help' for the list of commands.\n",
                  name);
-    return kUsageError;
+    return kExitUsage;
 }
 
 // --help or -h among a subcommand's arguments, before any "--" that ends the options.
@@ -62,7 +60,7 @@ bool asks_for_help(int argc, char **argv) {
 int dispatch(int argc, char **argv) {
     if (argc < 2) {
         print_usage(stderr);
-        return kUsageError;
+        return kExitUsage;
     }
     const char *first = argv[1];
     if (is_help_flag(first)) {
@@ -80,7 +78,7 @@ int dispatch(int argc, char **argv) {
         }
         if (argc > 3) {
             std::fputs("vexor: 'help' takes one command name\n", stderr);
-            return kUsageError;
+            return kExitUsage;
         }
         const Subcommand *command = find_subcommand(argv[2]);
         if (command == nullptr) return unknown_command(argv[2]);
@@ -92,7 +90,7 @@ int dispatch(int argc, char **argv) {
                      "vexor: unknown option '%s'\n"
                      "Run 'vexor --help' for usage.\n",
                      first);
-        return kUsageError;
+        return kExitUsage;
     }
     const Subcommand *command = find_subcommand(first);
     if (command == nullptr) return unknown_command(first);

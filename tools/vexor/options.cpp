@@ -69,9 +69,7 @@ bool parse_named(std::string_view text, const Named (&table)[N], unsigned &out) 
 }
 
 int usage(const char *command, const char *message, std::string_view arg) {
-    std::fprintf(stderr, "vexor %s: %s '%s'\nRun 'vexor %s --help' for usage.\n", command, message,
-                 printable(arg).c_str(), command);
-    return kExitUsage;
+    return usage_error(command, message, std::string(arg).c_str());
 }
 
 bool in_time_line(double t) {

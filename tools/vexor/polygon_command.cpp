@@ -13,9 +13,10 @@
 #include <vexor/mesh.h>
 #include <vexor/polygon.h>
 
+#include "bounds.h"
+
 namespace {
 
-constexpr int kUsage = 2;
 constexpr std::size_t kMaxVertices = 10000;
 constexpr int kMaxGrid = 200;
 
@@ -45,37 +46,31 @@ bool parse_double(const char *text, double *out) {
     return true;
 }
 
-int usage_error(const char *message, const char *argument) {
-    std::fprintf(stderr, "vexor polygon: %s%s%s\n", message, argument != nullptr ? " " : "",
-                 argument != nullptr ? argument : "");
-    std::fputs("Run 'vexor help polygon' for the options.\n", stderr);
-    return kUsage;
-}
-
 int read_options(int argc, char **argv, Options *options) {
     for (int i = 1; i < argc; ++i) {
         const char *arg = argv[i];
         const bool has_value = i + 1 < argc;
         if (std::strcmp(arg, "--star") == 0) {
             if (!has_value || !parse_int(argv[++i], 3, 1000, &options->star)) {
-                return usage_error("--star needs a number of points from 3 to 1000", nullptr);
+                return usage_error("polygon", "--star needs a number of points from 3 to 1000",
+                                   nullptr);
             }
         } else if (std::strcmp(arg, "--grid") == 0) {
             if (!has_value || !parse_int(argv[++i], 2, kMaxGrid, &options->grid)) {
-                return usage_error("--grid needs a number of points per side from 2 to 200",
-                                   nullptr);
+                return usage_error(
+                    "polygon", "--grid needs a number of points per side from 2 to 200", nullptr);
             }
         } else if (std::strcmp(arg, "--band") == 0) {
             if (!has_value || !parse_double(argv[++i], &options->band) || options->band < 0.0) {
-                return usage_error("--band needs a distance of 0 or more", nullptr);
+                return usage_error("polygon", "--band needs a distance of 0 or more", nullptr);
             }
         } else if (std::strcmp(arg, "--svg") == 0) {
-            if (!has_value) return usage_error("--svg needs a path", nullptr);
+            if (!has_value) return usage_error("polygon", "--svg needs a path", nullptr);
             options->svg = argv[++i];
         } else if (arg[0] == '-' && arg[1] != '\0') {
-            return usage_error("unknown option", arg);
+            return usage_error("polygon", "unknown option", arg);
         } else if (options->file != nullptr) {
-            return usage_error("more than one file:", arg);
+            return usage_error("polygon", "more than one file:", arg);
         } else {
             options->file = arg;
         }

@@ -28,18 +28,11 @@
 
 namespace {
 
-constexpr int kUsageError = kExitUsage;
 constexpr std::size_t kMostCurves = 12;
 
 // Names read from a file, safe to print.
 std::string shown_text(const char *text) {
     return printable(text != nullptr ? text : "", 60);
-}
-
-int usage_error(const char *what, const char *arg) {
-    std::fprintf(stderr, "vexor scene: %s '%s'\nRun 'vexor scene --help' for usage.\n", what,
-                 printable(arg).c_str());
-    return kUsageError;
 }
 
 // The scene module for one command, with the demo's types defined, and the loaded scene.
@@ -89,7 +82,8 @@ const char *state_name(int state) {
 }
 
 int show(int argc, char **argv) {
-    if (argc != 3) return usage_error("show takes one scene file, not", argc > 3 ? argv[3] : "");
+    if (argc != 3)
+        return usage_error("scene", "show takes one scene file, not", argc > 3 ? argv[3] : "");
     Session session;
     Cinema *scene = session.load(argv[2]);
     if (scene == nullptr) return 1;
@@ -151,7 +145,7 @@ int plot(int argc, char **argv) {
     Cinema *scene = session.load(o.path);
     if (scene == nullptr) return 1;
     CineAction *action = CineActionLookup(scene, o.action);
-    if (action == nullptr) return usage_error("the scene has no action", o.action);
+    if (action == nullptr) return usage_error("scene", "the scene has no action", o.action);
     CineEval *eval = CineEvalCreate(scene);
     if (eval == nullptr) return 1;
     CineEvalSetAction(eval, action);
@@ -201,9 +195,9 @@ int vexor_scene(int argc, char **argv) {
             "vexor scene: say what to do: 'vexor scene show FILE' or 'vexor scene plot FILE'\n"
             "Run 'vexor scene --help' for usage.\n",
             stderr);
-        return kUsageError;
+        return kExitUsage;
     }
     if (std::strcmp(argv[1], "show") == 0) return show(argc, argv);
     if (std::strcmp(argv[1], "plot") == 0) return plot(argc, argv);
-    return usage_error("unknown scene command", argv[1]);
+    return usage_error("scene", "unknown scene command", argv[1]);
 }
